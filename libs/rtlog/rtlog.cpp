@@ -1,0 +1,98 @@
+#include "rtlog.h"
+
+#include <fcntl.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <mutex>
+#include <string>
+
+namespace {
+
+std::mutex g_configMutex;
+std::atomic<int> g_threshold{0};
+std::atomic<int> g_fd{-1};
+bool g_ownsFd = false;
+
+void configure() {
+    const char* level = std::getenv("RT_LOG_LEVEL");
+    int threshold = level ? std::atoi(level) : 0;
+    int fd = -1;
+    bool owns = false;
+    if (threshold > 0) {
+        const char* path = std::getenv("RT_LOG_FILE");
+        if (path && *path) {
+            fd = ::open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+            owns = fd >= 0;
+        }
+        if (fd < 0) fd = STDERR_FILENO;
+    }
+    std::lock_guard<std::mutex> lock(g_configMutex);
+    int old = g_fd.exchange(fd);
+    if (g_ownsFd && old >= 0 && old != fd) ::close(old);
+    g_ownsFd = owns;
+    g_threshold.store(threshold);
+}
+
+}  // namespace
+
+extern "C" {
+
+void rt_log_init(void) { configure(); }
+
+void _rt_log(const char* file, int line, const char* component, const char* category, int level,
+             const char* format, ...) {
+    if (level > g_threshold.load(std::memory_order_relaxed) || !format) return;
+    int fd = g_fd.load();
+    if (fd < 0) return;
+    try {
+        struct timeval tv;
+        gettimeofday(&tv, nullptr);
+        struct tm tmv;
+        gmtime_r(&tv.tv_sec, &tmv);
+        char stamp[96];
+        std::snprintf(stamp, sizeof stamp, "%04d-%02d-%02dT%02d:%02d:%02d.%06ldZ", tmv.tm_year + 1900,
+                      tmv.tm_mon + 1, tmv.tm_mday, tmv.tm_hour, tmv.tm_min, tmv.tm_sec,
+                      static_cast<long>(tv.tv_usec));
+        char head[512];
+        int headLen = std::snprintf(head, sizeof head, "%s [%ld] %s %s %s:%d: ", stamp,
+                                    static_cast<long>(getpid()), component ? component : "-",
+                                    category ? category : "-", file ? file : "-", line);
+        if (headLen < 0) return;
+        std::string text(head, static_cast<std::size_t>(headLen) < sizeof head ? headLen : sizeof head - 1);
+
+        va_list ap;
+        va_start(ap, format);
+        va_list copy;
+        va_copy(copy, ap);
+        int n = std::vsnprintf(nullptr, 0, format, copy);
+        va_end(copy);
+        if (n > 0) {
+            std::size_t at = text.size();
+            text.resize(at + static_cast<std::size_t>(n) + 1);
+            std::vsnprintf(&text[at], static_cast<std::size_t>(n) + 1, format, ap);
+            text.resize(at + static_cast<std::size_t>(n));
+        }
+        va_end(ap);
+        text.push_back('\n');
+
+        const char* p = text.data();
+        std::size_t left = text.size();
+        while (left > 0) {
+            ssize_t w = ::write(fd, p, left);
+            if (w <= 0) break;
+            p += w;
+            left -= static_cast<std::size_t>(w);
+        }
+    } catch (...) {
+        // Logging must never take the caller down.
+    }
+}
+
+}  // extern "C"
