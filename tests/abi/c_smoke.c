@@ -2,6 +2,7 @@
  * clones it, writes nothing over the network, frees everything. */
 #include <CimXmlClient.h>
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
 
 static int fail(const char* what) {
