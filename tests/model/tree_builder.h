@@ -66,8 +66,12 @@ inline bool sameAsClone(RecordId id, const void* a, const void* b, std::string* 
             const auto& f = d.fields[i];
             const char* pa = static_cast<const char*>(a) + f.offset;
             const char* pb = static_cast<const char*>(b) + f.offset;
-            auto sa = *reinterpret_cast<char* const*>(pa);
-            auto sb = *reinterpret_cast<char* const*>(pb);
+            char* sa = nullptr;
+            char* sb = nullptr;
+            if (f.kind != FieldKind::Int16 && f.kind != FieldKind::Int32) {
+                std::memcpy(&sa, pa, sizeof sa);
+                std::memcpy(&sb, pb, sizeof sb);
+            }
             std::string where = std::string(d.name) + "." + f.name;
             switch (f.kind) {
                 case FieldKind::String:

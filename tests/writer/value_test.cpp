@@ -1,0 +1,138 @@
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "tree.h"
+
+using namespace wt;
+
+namespace {
+
+// Properties and arrays of every shape the embedded form distinguishes,
+// plus parts it leaves out (qualifiers, references).
+Instance* richInstance() {
+    Instance* i = instance("C", property("A", "string", value("1"),
+                                         property(nullptr, "x", value("2"), property("C", "uint8", nullptr))));
+    i->propertyArrays = propertyArray("L", "string", valueArray({"x", "y", "z"}),
+                                      propertyArray("M", "uint8", valueArray({"p", "q", "r"})));
+    i->qualifiers = make<Qualifier>();
+    i->qualifiers->name = s("Q");
+    i->propertyReferences = make<PropertyReference>();
+    i->propertyReferences->name = s("R");
+    return i;
+}
+
+const char* const kRichEmbedded =
+    "<VALUE><![CDATA[\n<INSTANCE CLASSNAME=\"C\">"
+    "<PROPERTY NAME=\"A\" TYPE= \"string\"><VALUE>1</VALUE></PROPERTY>"
+    "<VALUE>2</VALUE></PROPERTY>"
+    "<PROPERTY NAME=\"C\" TYPE= \"uint8\"></PROPERTY>"
+    "<PROPERTY.ARRAY NAME=\"L\" TYPE= \"string\"><VALUE.ARRAY><VALUE>x</VALUE></VALUE.ARRAY></PROPERTY.ARRAY>"
+    "<PROPERTY.ARRAY NAME=\"M\" TYPE= \"uint8\"><VALUE.ARRAY><VALUE>p</VALUE></VALUE.ARRAY></PROPERTY.ARRAY>"
+    "</INSTANCE>]]></VALUE>";
+
+TEST(Values, PlainChainsArraysAndNulls) {
+    // The middle node has no text and writes nothing; nothing is escaped.
+    Value* chain = value("a<b&c\"", value(nullptr, value("z")));
+    EXPECT_EQ(gen(Gen_Value, chain), "<VALUE>a<b&c\"</VALUE><VALUE>z</VALUE>");
+    Free_Value(chain);
+
+    ValueArray* arrays = valueArray({"1", "2", "3"});
+    arrays->next = valueArray({});
+    EXPECT_EQ(gen(Gen_ValueArray, arrays),
+              "<VALUE.ARRAY><VALUE>1</VALUE><VALUE>2</VALUE><VALUE>3</VALUE></VALUE.ARRAY>"
+              "<VALUE.ARRAY></VALUE.ARRAY>");
+    Free_ValueArray(arrays);
+
+    auto* nulls = make<ValueNull>();
+    nulls->value = s("never written");
+    nulls->next = make<ValueNull>();
+    nulls->next->next = make<ValueNull>();
+    EXPECT_EQ(gen(Gen_ValueNull, nulls), "<VALUE.NULL/><VALUE.NULL/><VALUE.NULL/>");
+    Free_ValueNull(nulls);
+}
+
+TEST(Values, EmbeddedInstanceIsAReducedCdataDocument) {
+    Value* v = embedded(richInstance());
+    EXPECT_EQ(gen(Gen_Value, v), kRichEmbedded);
+    Free_Value(v);
+
+    Value* bare = embedded(nullptr, embedded(make<Instance>()));
+    EXPECT_EQ(gen(Gen_Value, bare),
+              "<VALUE><![CDATA[\n</INSTANCE>]]></VALUE><VALUE><![CDATA[\n</INSTANCE>]]></VALUE>");
+    Free_Value(bare);
+}
+
+TEST(Values, WritingAnEmbeddedValueConsumesItsPropertyLists) {
+    Value* v = embedded(richInstance());
+    Instance* inst = v->instance;
+    EXPECT_EQ(gen(Gen_Value, v), kRichEmbedded);
+    EXPECT_EQ(inst->properties, nullptr);
+    EXPECT_EQ(inst->propertyArrays, nullptr);
+    EXPECT_NE(inst->propertyReferences, nullptr);
+    EXPECT_EQ(gen(Gen_Value, v), "<VALUE><![CDATA[\n<INSTANCE CLASSNAME=\"C\"></INSTANCE>]]></VALUE>");
+    Free_Value(v);  // the sanitizer build reports the detached records if they leak
+}
+
+TEST(Values, MixedChainKeepsChainOrder) {
+    Value* chain = value("first", embedded(instance("E", property("P", "string", value("v"))), value("last")));
+    EXPECT_EQ(gen(Gen_Value, chain),
+              "<VALUE>first</VALUE><VALUE><![CDATA[\n<INSTANCE CLASSNAME=\"E\">"
+              "<PROPERTY NAME=\"P\" TYPE= \"string\"><VALUE>v</VALUE></PROPERTY></INSTANCE>]]></VALUE>"
+              "<VALUE>last</VALUE>");
+    Free_Value(chain);
+}
+
+TEST(Values, HugePiecesAreWrittenWhole) {
+    const std::string mb(1 << 20, 'm');
+    Value* big = value(mb.c_str());
+    EXPECT_EQ(gen(Gen_Value, big), "<VALUE>" + mb + "</VALUE>");
+    Free_Value(big);
+
+    const std::string name(10 * 1024, 'n');
+    Property* p = property(name.c_str(), "string", nullptr);
+    EXPECT_EQ(gen(Gen_Property, p), "<PROPERTY NAME=\"" + name + "\" TYPE=\"string\"></PROPERTY>");
+    Free_Property(p);
+
+    // Well past the 8 KiB the embedded form was once confined to.
+    Property* props = nullptr;
+    std::string expected = "<VALUE><![CDATA[\n<INSTANCE CLASSNAME=\"Big\">";
+    const std::string text(100, 't');
+    for (int i = 0; i < 100; ++i) {
+        std::string n = "P" + std::to_string(i);
+        expected += "<PROPERTY NAME=\"" + n + "\" TYPE= \"string\"><VALUE>" + text + "</VALUE></PROPERTY>";
+    }
+    for (int i = 99; i >= 0; --i) props = property(("P" + std::to_string(i)).c_str(), "string", value(text.c_str()), props);
+    expected += "</INSTANCE>]]></VALUE>";
+    Value* v = embedded(instance("Big", props));
+    std::string written = gen(Gen_Value, v);
+    EXPECT_GT(written.size(), 8192u);
+    EXPECT_EQ(written, expected);
+    Free_Value(v);
+}
+
+TEST(ListChains, ThreeNodesWriteThreeElements) {
+    auto* multi = make<MultiReq>();
+    multi->simpleReqs = make<SimpleReq>();
+    multi->simpleReqs->next = make<SimpleReq>();
+    multi->simpleReqs->next->next = make<SimpleReq>();
+    EXPECT_EQ(gen(Gen_MultiReq, multi),
+              "<MULTIREQ><SIMPLEREQ></SIMPLEREQ><SIMPLEREQ></SIMPLEREQ><SIMPLEREQ></SIMPLEREQ></MULTIREQ>");
+    Free_MultiReq(multi);
+
+    LocalNamespacePath* ns = localNamespace({"a", "b", "c"});
+    EXPECT_EQ(gen(Gen_LocalNamespacePath, ns),
+              "<LOCALNAMESPACEPATH><NAMESPACE NAME=\"a\"/><NAMESPACE NAME=\"b\"/><NAMESPACE NAME=\"c\"/>"
+              "</LOCALNAMESPACEPATH>");
+    Free_LocalNamespacePath(ns);
+
+    Instance* insts = instance("A");
+    insts->next = instance("B");
+    insts->next->next = instance("C");
+    EXPECT_EQ(gen(Gen_Instance, insts),
+              "<INSTANCE CLASSNAME=\"A\"></INSTANCE><INSTANCE CLASSNAME=\"B\"></INSTANCE>"
+              "<INSTANCE CLASSNAME=\"C\"></INSTANCE>");
+    Free_Instance(insts);
+}
+
+}  // namespace
