@@ -1,54 +1,85 @@
 // libXMLParser: parses with pugixml in place over a private copy of the text,
 // then re-expresses the tree as plain XMLNode records bump-allocated from
-// blocks the document owns. pugixml's own node pages are released right
-// after the conversion; names and values keep pointing into the copy.
+// blocks the document owns. Names and values keep pointing into the copy:
+// with an in-place UTF-8 buffer pugixml decodes every string where it stands
+// and allocates only its node structures, so those are released as soon as
+// the conversion has read them.
+//
+// Status codes kept in XMLParseContext: pugixml's xml_parse_status values for
+// faults it finds, and the negative codes below for the ones we add.
 #include "XMLParser.h"
 
 #include <pugixml.hpp>
 
+#include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <new>
-#include <vector>
+#include <stdexcept>
 
 namespace {
 
-constexpr std::size_t kNodesPerBlock = 8192;
+enum : int {
+    kNoText = -1,
+    kNulByte = -2,
+    kManyRoots = -3,
+    kTooLarge = -4,
+    kInternal = -5,
+};
+
+// A block is a little under 32 KB, the size of a pugixml node page: the pages
+// released during the conversion come back from malloc as our blocks, so the
+// two trees hardly ever occupy memory at the same time.
+constexpr std::size_t kNodesPerBlock = (32 * 1024 - 64) / sizeof(XMLNode);
+
+struct Block {
+    Block* next;
+    XMLNode nodes[kNodesPerBlock];
+};
 
 struct DocImpl {
-    char* text = nullptr;               // the parsed copy: every string lives here
-    std::vector<XMLNode*> blocks;       // node storage
-    std::vector<char*> merged;          // texts joined across skipped comments/PIs
-    std::size_t used = kNodesPerBlock;  // nodes used in the last block
+    XMLDoc doc{nullptr, nullptr};
+    char* text = nullptr;  // the parsed copy: every string lives here
+    Block* blocks = nullptr;
+    std::size_t used = kNodesPerBlock;  // nodes used in the newest block
 
+    DocImpl() { doc.impl = this; }
+    DocImpl(const DocImpl&) = delete;
+    DocImpl& operator=(const DocImpl&) = delete;
     ~DocImpl() {
-        for (XMLNode* b : blocks) std::free(b);
-        for (char* m : merged) std::free(m);
-        std::free(text);
+        while (blocks) {
+            Block* next = blocks->next;
+            delete blocks;
+            blocks = next;
+        }
+        delete[] text;
     }
 
-    XMLNode* newNode() {
+    XMLNode* newNode(int type, XMLNode* parent) {
         if (used == kNodesPerBlock) {
-            auto* block = static_cast<XMLNode*>(std::malloc(kNodesPerBlock * sizeof(XMLNode)));
-            if (!block) throw std::bad_alloc();
-            blocks.push_back(block);
+            Block* b = new Block;  // nodes left uninitialised; each is set below
+            b->next = blocks;
+            blocks = b;
             used = 0;
         }
-        XMLNode* n = &blocks.back()[used++];
-        *n = XMLNode{0, "", nullptr, nullptr, nullptr, nullptr, nullptr};
+        XMLNode* n = &blocks->nodes[used++];
+        *n = XMLNode{type, "", nullptr, nullptr, parent, nullptr, nullptr};
         return n;
     }
 };
 
-// Only these options: CDATA as its own node; predefined entities and
-// character references decoded (custom entities are left as they stand and
-// no DTD is ever read); line ends normalised; a whitespace-only text kept only
-// when it is an element's whole content. Whitespace between elements is
-// dropped because the response walk closes a parent at its last child, which
-// a trailing whitespace sibling would hide.
-constexpr unsigned kParseOptions = pugi::parse_cdata | pugi::parse_escapes | pugi::parse_eol |
-                                   pugi::parse_wconv_attribute | pugi::parse_ws_pcdata_single;
+// The default options plus parse_ws_pcdata_single: CDATA as its own node,
+// predefined entities and character references decoded, line ends and
+// attribute whitespace normalised. No DTD is ever read; a reference to any
+// other entity (&custom;) stays in the text exactly as written.
+//
+// Whitespace between elements is dropped because the response walk closes a
+// parent when it meets the parent's last child; a trailing whitespace text
+// would become that last child and the walk would attach the next elements
+// to the wrong parent. Whitespace that is an element's whole content is data
+// (<VALUE> </VALUE>) and is kept.
+constexpr unsigned kParseOptions = pugi::parse_default | pugi::parse_ws_pcdata_single;
 
 void setError(XMLParseContext* ctx, int status, std::size_t offset, const char* description) {
     if (!ctx) return;
@@ -58,70 +89,152 @@ void setError(XMLParseContext* ctx, int status, std::size_t offset, const char* 
                   offset);
 }
 
-int typeOf(pugi::xml_node_type t) {
-    switch (t) {
-        case pugi::node_element: return XML_ELEMENT_NODE;
-        case pugi::node_pcdata: return XML_TEXT_NODE;
-        case pugi::node_cdata: return XML_CDATA_SECTION_NODE;
-        default: return 0;  // declarations, comments, PIs, doctype: not represented
-    }
+void clearError(XMLParseContext* ctx) {
+    if (!ctx) return;
+    ctx->status = 0;
+    ctx->offset = 0;
+    ctx->errorText[0] = '\0';
 }
 
-// Builds the XMLNode tree of `root` without recursion.
-XMLNode* convert(DocImpl& impl, pugi::xml_node root) {
-    struct Frame {
-        pugi::xml_node source;
-        XMLNode* node;
-    };
-    std::vector<Frame> stack;
-    XMLNode* top = impl.newNode();
-    top->type = XML_ELEMENT_NODE;
-    top->name = root.name();
-    stack.push_back({root, top});
-    while (!stack.empty()) {
-        Frame f = stack.back();
-        stack.pop_back();
-        XMLNode** attrLink = &f.node->attributes;
-        for (pugi::xml_attribute a = f.source.first_attribute(); a; a = a.next_attribute()) {
-            XMLNode* an = impl.newNode();
-            an->type = XML_ATTRIBUTE_NODE;
-            an->name = a.name();
-            an->value = a.value();
-            an->parent = f.node;
-            *attrLink = an;
-            attrLink = &an->nextSibling;
+void append(XMLNode* parent, XMLNode* last, XMLNode* n) {
+    if (last)
+        last->nextSibling = n;
+    else
+        parent->firstChild = n;
+}
+
+XMLNode* newElement(DocImpl& impl, pugi::xml_node source, XMLNode* parent) {
+    XMLNode* e = impl.newNode(XML_ELEMENT_NODE, parent);
+    e->name = source.name();
+    XMLNode** link = &e->attributes;
+    for (pugi::xml_attribute a = source.first_attribute(); a; a = a.next_attribute()) {
+        XMLNode* an = impl.newNode(XML_ATTRIBUTE_NODE, e);
+        an->name = a.name();
+        an->value = a.value();
+        *link = an;
+        link = &an->nextSibling;
+    }
+    return e;
+}
+
+void removeChild(pugi::xml_node parent, pugi::xml_node child) {
+    // Fails only when pugixml cannot reserve memory; stopping here keeps the
+    // walk from meeting the same child forever.
+    if (!parent.remove_child(child)) throw std::runtime_error("node release failed");
+}
+
+// Builds the XMLNode tree of `root` in document order, without recursion or
+// a stack: the current element is walked in step with its pugixml source, and
+// every pugixml node is removed once converted (an element once its children
+// are), so pugixml's pages are freed while ours fill.
+XMLNode* convert(DocImpl& impl, pugi::xml_node root, std::size_t length) {
+    const std::less<const char*> before;
+    const char* const bufferBegin = impl.text;
+    const char* const bufferEnd = impl.text + length + 1;
+    XMLNode* top = newElement(impl, root, nullptr);
+    XMLNode* cur = top;
+    pugi::xml_node src = root;
+    XMLNode* last = nullptr;     // last child of cur so far
+    char* textEnd = nullptr;     // end of last's value when last is a merged text
+    for (;;) {
+        pugi::xml_node c = src.first_child();
+        if (!c) {
+            if (cur == top) break;
+            pugi::xml_node up = src.parent();
+            removeChild(up, src);
+            last = cur;
+            cur = cur->parent;
+            src = up;
+            textEnd = nullptr;
+            continue;
         }
-        XMLNode** childLink = &f.node->firstChild;
-        XMLNode* last = nullptr;
-        for (pugi::xml_node c = f.source.first_child(); c; c = c.next_sibling()) {
-            int type = typeOf(c.type());
-            if (!type) continue;
-            if (type == XML_TEXT_NODE && last && last->type == XML_TEXT_NODE) {
-                // Character data interrupted only by a comment or PI is one text.
-                std::size_t a = std::strlen(last->value), b = std::strlen(c.value());
-                char* joined = static_cast<char*>(std::malloc(a + b + 1));
-                if (!joined) throw std::bad_alloc();
-                impl.merged.push_back(joined);
-                std::memcpy(joined, last->value, a);
-                std::memcpy(joined + a, c.value(), b + 1);
-                last->value = joined;
-                continue;
+        switch (c.type()) {
+            case pugi::node_element: {
+                XMLNode* e = newElement(impl, c, cur);
+                append(cur, last, e);
+                cur = e;
+                src = c;
+                last = nullptr;
+                textEnd = nullptr;
+                continue;  // removed after its own children
             }
-            XMLNode* cn = impl.newNode();
-            cn->type = type;
-            cn->parent = f.node;
-            if (type == XML_ELEMENT_NODE) {
-                cn->name = c.name();
-                stack.push_back({c, cn});
-            } else {
-                cn->value = c.value();
+            case pugi::node_pcdata:
+                if (last && last->type == XML_TEXT_NODE) {
+                    // Character data split only by a comment or PI is one
+                    // text: move the later piece down to the end of the
+                    // earlier one. Both lie in our buffer in document order
+                    // and the bytes between them are no longer referenced.
+                    const char* piece = c.value();
+                    if (!textEnd) {
+                        const char* v = last->value;
+                        if (before(v, bufferBegin) || !before(v, bufferEnd))
+                            throw std::runtime_error("text outside the buffer");
+                        textEnd = impl.text + (v - bufferBegin) + std::strlen(v);
+                    }
+                    if (!before(textEnd, piece) || !before(piece, bufferEnd))
+                        throw std::runtime_error("text outside the buffer");
+                    std::size_t n = std::strlen(piece);
+                    std::memmove(textEnd, piece, n + 1);
+                    textEnd += n;
+                } else {
+                    XMLNode* t = impl.newNode(XML_TEXT_NODE, cur);
+                    t->value = c.value();
+                    append(cur, last, t);
+                    last = t;
+                    textEnd = nullptr;
+                }
+                break;
+            case pugi::node_cdata: {
+                XMLNode* t = impl.newNode(XML_CDATA_SECTION_NODE, cur);
+                t->value = c.value();
+                append(cur, last, t);
+                last = t;
+                textEnd = nullptr;
+                break;
             }
-            *childLink = cn;
-            childLink = &cn->nextSibling;
-            last = cn;
+            default:  // declarations, comments, PIs, DOCTYPE: not represented
+                break;
         }
+        removeChild(src, c);
     }
     return top;
+}
+
+XMLDoc* parse(XMLParseContext* ctx, const char* text, std::size_t length) {
+    DocImpl* impl = nullptr;
+    try {
+        impl = new DocImpl();
+        impl->text = new char[length + 1];
+        std::memcpy(impl->text, text, length);
+        impl->text[length] = '\0';
+
+        pugi::xml_document pdoc;
+        pugi::xml_parse_result r = pdoc.load_buffer_inplace(impl->text, length, kParseOptions, pugi::encoding_utf8);
+        if (!r) {
+            setError(ctx, static_cast<int>(r.status), static_cast<std::size_t>(r.offset), r.description());
+            delete impl;
+            return nullptr;
+        }
+        pugi::xml_node root = pdoc.document_element();
+        pugi::xml_node extra = root.next_sibling();
+        while (extra && extra.type() != pugi::node_element) extra = extra.next_sibling();
+        if (extra) {
+            std::ptrdiff_t at = extra.offset_debug();
+            setError(ctx, kManyRoots, at > 0 ? static_cast<std::size_t>(at - 1) : 0,
+                     "More than one document element");
+            delete impl;
+            return nullptr;
+        }
+        impl->doc.root = convert(*impl, root, length);
+        clearError(ctx);
+        return &impl->doc;
+    } catch (const std::bad_alloc&) {
+        setError(ctx, static_cast<int>(pugi::status_out_of_memory), 0, "Could not allocate memory");
+    } catch (...) {
+        setError(ctx, kInternal, 0, "Internal error");
+    }
+    delete impl;
+    return nullptr;
 }
 
 }  // namespace
@@ -129,54 +242,29 @@ XMLNode* convert(DocImpl& impl, pugi::xml_node root) {
 extern "C" {
 
 XMLDoc* parseTextLength(XMLParseContext* ctx, const char* text, size_t length) {
-    if (ctx) setError(ctx, 0, 0, "no error");
-    if (ctx) ctx->errorText[0] = '\0';
     if (!text) {
-        setError(ctx, -1, 0, "no text");
+        setError(ctx, kNoText, 0, "No text to parse");
         return nullptr;
     }
-    DocImpl* impl = nullptr;
-    XMLDoc* doc = nullptr;
-    try {
-        impl = new DocImpl();
-        impl->text = static_cast<char*>(std::malloc(length + 1));
-        if (!impl->text) throw std::bad_alloc();
-        std::memcpy(impl->text, text, length);
-        impl->text[length] = '\0';
-
-        pugi::xml_node root;
-        {
-            pugi::xml_document pdoc;
-            pugi::xml_parse_result r =
-                pdoc.load_buffer_inplace(impl->text, length, kParseOptions, pugi::encoding_utf8);
-            if (!r) {
-                setError(ctx, static_cast<int>(r.status), static_cast<std::size_t>(r.offset), r.description());
-                delete impl;
-                return nullptr;
-            }
-            root = pdoc.document_element();
-            if (!root) {
-                setError(ctx, static_cast<int>(pugi::status_no_document_element), length,
-                         "No document element found");
-                delete impl;
-                return nullptr;
-            }
-            doc = static_cast<XMLDoc*>(std::calloc(1, sizeof(XMLDoc)));
-            if (!doc) throw std::bad_alloc();
-            doc->impl = impl;
-            doc->root = convert(*impl, root);
-        }  // pugixml's pages go here; the strings stay in impl->text
-        return doc;
-    } catch (...) {
-        setError(ctx, -2, 0, "out of memory");
-        std::free(doc);
-        delete impl;
+    if (length >= static_cast<std::size_t>(PTRDIFF_MAX) / 2) {
+        setError(ctx, kTooLarge, 0, "Text too large");
         return nullptr;
     }
+    // pugixml would stop at a NUL byte and quietly ignore the rest.
+    if (const void* nul = std::memchr(text, '\0', length)) {
+        setError(ctx, kNulByte, static_cast<std::size_t>(static_cast<const char*>(nul) - text),
+                 "NUL byte in the text");
+        return nullptr;
+    }
+    return parse(ctx, text, length);
 }
 
 XMLDoc* parseText(XMLParseContext* ctx, const char* text) {
-    return parseTextLength(ctx, text, text ? std::strlen(text) : 0);
+    if (!text) {
+        setError(ctx, kNoText, 0, "No text to parse");
+        return nullptr;
+    }
+    return parse(ctx, text, std::strlen(text));
 }
 
 const char* getErrorText(XMLParseContext* ctx) { return ctx ? ctx->errorText : ""; }
@@ -184,7 +272,6 @@ const char* getErrorText(XMLParseContext* ctx) { return ctx ? ctx->errorText : "
 void freeXMLDoc(XMLDoc* doc) {
     if (!doc) return;
     delete static_cast<DocImpl*>(doc->impl);
-    std::free(doc);
 }
 
 }  // extern "C"
