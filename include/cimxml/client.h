@@ -102,7 +102,8 @@ CIMXML_API NamedInstance* ModifyInstance(ClientHandle* handle, NamedInstance* mo
                                          unsigned int includeQualifiers, void* reserved, Error** errorOut);
 CIMXML_API InstanceName* DeleteInstance(ClientHandle* handle, InstanceName* instanceName, Error** errorOut);
 /* Extrinsic method call. objectPath names the target: with key bindings an
- * instance, without them the class. See CIMC_XML_invokeMethod for results. */
+ * instance, without them the class. Results as CIMC_XML_invokeMethod; the
+ * local broker hands them back the same way. */
 CIMXML_API int invokeMethod(ClientHandle* handle, InstanceName* objectPath, const char* methodName,
                             ParamValue* inParams, ParamValue** outParams, Error** errorOut);
 /* HTTP only (NULL on the local broker). */
@@ -154,6 +155,23 @@ CIMXML_API InstanceName* CIMC_XML_DeleteInstance(ClientHandle* handle, InstanceN
                                                  Error** errorOut);
 CIMXML_API ObjectWithPath* CIMC_XML_ExecQuery(ClientHandle* handle, const char* queryLanguage, const char* query,
                                               Error** errorOut);
+/* Calls methodName on objectPath (only its first node is used): with key
+ * bindings a METHODCALL on that instance, without them on its class, in the
+ * handle's namespace. inParams is written as PARAMVALUEs and stays the
+ * caller's.
+ *
+ * Returns 0 when the server answered with a method response, -1 otherwise
+ * (NULL handle, objectPath or methodName; transport failure; unreadable
+ * reply; CIM error or refused credentials, stored through errorOut as for
+ * the intrinsic operations).
+ *
+ * *outParams (when outParams is not NULL) is set to NULL first; on success
+ * it receives one chain that the caller frees with Free_ParamValue:
+ *   - first, when the reply has a RETURNVALUE, a node named "ReturnValue"
+ *     whose paramType is its PARAMTYPE and whose value (or valueReference)
+ *     is the method's return value;
+ *   - then the output parameters in reply order, as PARAMVALUEs.
+ * A method with no return value and no output parameters leaves it NULL. */
 CIMXML_API int CIMC_XML_invokeMethod(ClientHandle* handle, InstanceName* objectPath, const char* methodName,
                                      ParamValue* inParams, ParamValue** outParams, Error** errorOut);
 

@@ -1,0 +1,46 @@
+#!/bin/sh
+# Builds the tour and the mock CIM object manager, starts the mock with its
+# sample repository on a free loopback port, runs the tour against it and
+# stops the mock. Exits with the tour's status.
+#
+#   examples/run-tour.sh            (from anywhere; BUILD_DIR defaults to build)
+set -eu
+
+cd "$(dirname "$0")/.."
+build=${BUILD_DIR:-build}
+
+cmake -S . -B "$build"
+cmake --build "$build" --target tour mock-cimom
+
+work=$(mktemp -d)
+mock_pid=
+stop_mock() {
+    if [ -n "$mock_pid" ]; then
+        kill "$mock_pid" 2>/dev/null || true
+        wait "$mock_pid" 2>/dev/null || true
+    fi
+    rm -rf "$work"
+}
+trap stop_mock EXIT
+trap 'exit 130' INT TERM
+
+"$build/testing/server/mock-cimom" --port 0 --port-file "$work/port" \
+    --user tour --password secret >"$work/mock.log" 2>&1 &
+mock_pid=$!
+
+# The port file appears (in one step) once the mock is listening.
+tries=0
+while [ ! -s "$work/port" ]; do
+    if ! kill -0 "$mock_pid" 2>/dev/null || [ "$tries" -ge 100 ]; then
+        echo "mock-cimom did not start:" >&2
+        cat "$work/mock.log" >&2
+        exit 1
+    fi
+    tries=$((tries + 1))
+    sleep 0.1
+done
+port=$(cat "$work/port")
+
+status=0
+"$build/examples/tour" 127.0.0.1 "$port" tour secret root/cimv2 || status=$?
+exit "$status"

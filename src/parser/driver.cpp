@@ -1,0 +1,246 @@
+// The parse driver: parseXML, the iterative walk and the element stack.
+//
+// Limits of the element stack:
+//  - map holds CIMXML_ELEMENT_STACK_SIZE (4096) live entries. A push beyond
+//    the last entry is dropped, and the walk then does not read that
+//    element's content: the element's record is built and linked, its
+//    children are not built at all (nothing is attached to a wrong parent and
+//    nothing is allocated that could leak).
+//  - Names are kept in 256 bytes. A longer element name is cut to its first
+//    255 bytes wherever the walk and the stack hold it; no dispatched name is
+//    that long, so such an element is an unknown one.
+//
+// Records that the walk builds but nothing links (an unknown or unlisted
+// parent, a CIM element that is never closed) are unreachable to the caller.
+// They are kept on a list and released by the next parseXML once map has
+// been cleared, so the process holds at most one parse's worth of them.
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <strings.h>
+
+#include "XMLParser.h"
+#include "cimxml/parser.h"
+#include "parser/parser_internal.h"
+
+extern "C" {
+ElementStackEntry map[CIMXML_ELEMENT_STACK_SIZE];
+int top = -1;
+void* returnAddress = nullptr;
+void* testObjWithPath = nullptr;
+}
+
+namespace cimxml::parser {
+namespace {
+
+constexpr int kLastEntry = CIMXML_ELEMENT_STACK_SIZE - 1;
+
+// `top` is an exported variable; never index past the array whatever it holds.
+int liveTop() { return top > kLastEntry ? kLastEntry : top; }
+
+bool sameName(const char* entryName, const char* name) {
+    return std::strncmp(entryName, name, CIMXML_ELEMENT_NAME_SIZE) == 0;
+}
+
+void storeEntry(int at, void* address, const char* name) {
+    ::map[at].address = address;
+    copyName(::map[at].name, name);
+}
+
+// Returns false only when the stack is full and the entry was dropped.
+bool pushEntry(void* address, const char* name) {
+    if (top < 0) {
+        top = 0;
+        storeEntry(0, address, name);
+        return true;
+    }
+    int last = liveTop();
+    for (int i = 0; i <= last; ++i)
+        if (::map[i].address == address) return true;
+    if (last >= kLastEntry) return false;
+    top = last + 1;
+    storeEntry(top, address, name);
+    return true;
+}
+
+void* popEntry(const char* name) {
+    if (top < 0) return nullptr;
+    for (int i = liveTop(); i >= 0; --i) {
+        if (sameName(::map[i].name, name)) {
+            top = i;
+            return ::map[i].address;
+        }
+        ::map[i].address = nullptr;
+        std::memset(::map[i].name, 0, 4);
+    }
+    top = -1;
+    return nullptr;
+}
+
+void removeParentEntry(const char* name) {
+    if (top < 0) return;
+    for (int i = liveTop(); i >= 0; --i) {
+        if (std::strncmp(::map[i].name, "CIM", 4) == 0) returnAddress = ::map[i].address;
+        if (sameName(::map[i].name, name)) {
+            ::map[i].name[0] = '\0';
+            return;
+        }
+    }
+}
+
+// `name` itself when it fits a stack entry, else its first 255 bytes in `buf`.
+const char* boundedName(const char* name, char* buf) {
+    if (!name) return "";
+    if (std::memchr(name, '\0', CIMXML_ELEMENT_NAME_SIZE)) return name;
+    copyName(buf, name);
+    return buf;
+}
+
+// --- records the walk leaves unlinked --------------------------------------
+
+struct Unlinked {
+    model::RecordId id;
+    void* record;
+};
+
+Unlinked* g_unlinked = nullptr;
+std::size_t g_unlinkedCount = 0;
+std::size_t g_unlinkedCapacity = 0;
+int g_walkDepth = 0;
+
+}  // namespace
+
+void copyName(char* out, const char* name) {
+    if (!name) name = "";
+    std::size_t n = 0;
+    while (n < kMaxName && name[n]) ++n;
+    std::memcpy(out, name, n);
+    out[n] = '\0';
+}
+
+WalkScope::WalkScope() : outer(g_walkDepth == 0) { ++g_walkDepth; }
+WalkScope::~WalkScope() { --g_walkDepth; }
+bool walkActive() { return g_walkDepth > 0; }
+
+void keepUnlinked(model::RecordId id, void* record) {
+    if (!record) return;
+    if (g_unlinkedCount == g_unlinkedCapacity) {
+        std::size_t capacity = g_unlinkedCapacity ? g_unlinkedCapacity * 2 : 16;
+        void* grown = std::realloc(g_unlinked, capacity * sizeof(Unlinked));
+        if (!grown) return;  // the record is then simply not released
+        g_unlinked = static_cast<Unlinked*>(grown);
+        g_unlinkedCapacity = capacity;
+    }
+    g_unlinked[g_unlinkedCount++] = Unlinked{id, record};
+}
+
+void claimUnlinked(void* record) {
+    if (!record) return;
+    for (std::size_t i = 0; i < g_unlinkedCount; ++i) {
+        if (g_unlinked[i].record == record) {
+            g_unlinked[i] = g_unlinked[--g_unlinkedCount];
+            return;
+        }
+    }
+}
+
+void releaseUnlinked() {
+    for (std::size_t i = 0; i < g_unlinkedCount; ++i) {
+        if (g_unlinked[i].id == model::RecordId::Count) std::free(g_unlinked[i].record);
+        else model::freeRecord(g_unlinked[i].id, g_unlinked[i].record);
+    }
+    g_unlinkedCount = 0;
+}
+
+std::size_t unlinkedCount() { return g_unlinkedCount; }
+
+}  // namespace cimxml::parser
+
+using namespace cimxml::parser;
+
+extern "C" {
+
+int Push(ElementStackEntry entry) {
+    entry.name[CIMXML_ELEMENT_NAME_SIZE - 1] = '\0';
+    pushEntry(entry.address, entry.name);
+    return 0;
+}
+
+void* Pop(const char* name) {
+    char buf[CIMXML_ELEMENT_NAME_SIZE];
+    return popEntry(boundedName(name, buf));
+}
+
+void removeParent(const char* name) {
+    char buf[CIMXML_ELEMENT_NAME_SIZE];
+    removeParentEntry(boundedName(name, buf));
+}
+
+int printStack(void) { return 0; }
+
+int recursiveParseCIM(XMLNode* node) {
+    WalkScope scope;
+    char nameBuf[CIMXML_ELEMENT_NAME_SIZE];
+    char parentBuf[CIMXML_ELEMENT_NAME_SIZE];
+    const char* parentName = "";  // kept when a node has no parent
+    ElementId parentId = ElementId::None;
+    const XMLNode* parentSeen = nullptr;
+
+    for (XMLNode* n = node; n;) {
+        bool descend = true;
+        if (n->type != XML_TEXT_NODE && n->type != XML_CDATA_SECTION_NODE) {
+            const char* name = boundedName(n->name, nameBuf);
+            if (n->parent && n->parent != parentSeen) {
+                parentSeen = n->parent;
+                parentName = boundedName(n->parent->name, parentBuf);
+                parentId = lookupElement(parentName);
+            }
+            void* parentRecord = popEntry(parentName);
+            ElementId id = lookupElement(name);
+            if (id != ElementId::None) {
+                Built b = build(id, n, parentId, parentName, parentRecord);
+                descend = pushEntry(b.address, b.name);
+                printStack();
+            } else {
+                // Callers rely on this exact line.
+                std::puts("\n\n hey what iss thisssssssssssssssssssssssssssssss\n");
+            }
+            // The parent is closed when its last child is met.
+            if (strcasecmp(name, "CIM") != 0 && !n->nextSibling) removeParentEntry(parentName);
+        }
+        if (descend && n->firstChild) {
+            n = n->firstChild;
+            continue;
+        }
+        while (n && !n->nextSibling) n = n->parent;
+        if (n) n = n->nextSibling;
+    }
+
+    // The root handed back through returnAddress is the caller's now.
+    if (scope.outer) claimUnlinked(returnAddress);
+    return 0;
+}
+
+CIM* parseXML(const char* text) {
+    top = -1;
+    std::memset(::map, 0, sizeof ::map);
+    releaseUnlinked();
+    if (!text) return nullptr;
+
+    const char* start = std::strstr(text, "<?xml");
+    if (!start) start = std::strstr(text, "<CIM ");
+    if (!start) return nullptr;
+
+    XMLParseContext context{};
+    XMLDoc* doc = parseText(&context, start);
+    if (!doc) {
+        std::printf("\n Invalid XML... %s", getErrorText(&context));
+        return nullptr;
+    }
+    recursiveParseCIM(doc->root);
+    freeXMLDoc(doc);
+    printStack();
+    return static_cast<CIM*>(returnAddress);
+}
+
+}  // extern "C"

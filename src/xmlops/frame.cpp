@@ -1,0 +1,188 @@
+// The operation frame shared by every CIMC_XML_ function.
+#include "xmlops/frame.h"
+
+#include <cstdlib>
+
+#include "cimxml/lifecycle.h"
+#include "cimxml/parser.h"
+#include "cimxml/writer.h"
+#include "model/alloc.h"
+
+namespace cimxml::xmlops {
+namespace {
+
+// A copy of a literal, or false when memory ran out.
+bool setText(char** field, const char* text) {
+    *field = dupString(text);
+    return *field != nullptr;
+}
+
+// The request-side IParamValue: owns its name and, for flags and texts, a
+// Value with its text; every record it points at is the caller's.
+IParamValue* newParam(const ParamSpec& def, const Arg& arg, bool* failed) {
+    const char* valueText = nullptr;
+    switch (def.kind) {
+        case ParamKind::Flag:
+            if (arg.flag > 1) return nullptr;
+            valueText = arg.flag == 1 ? "TRUE" : "FALSE";
+            break;
+        case ParamKind::Text:
+            if (!arg.text) return nullptr;
+            valueText = arg.text;
+            break;
+        case ParamKind::ObjectClass:
+        case ParamKind::ObjectInstance: {
+            auto* objectName = static_cast<const ObjectName*>(arg.record);
+            if (!objectName) return nullptr;
+            if (def.kind == ParamKind::ObjectClass ? !objectName->className : !objectName->instanceName)
+                return nullptr;
+            break;
+        }
+        default:
+            if (!arg.record) return nullptr;
+            break;
+    }
+
+    auto* param = newRecord<IParamValue>();
+    if (!param || !setText(&param->name, def.name)) {
+        std::free(param);
+        *failed = true;
+        return nullptr;
+    }
+    // The writer takes non-const records; none of them is changed by it.
+    void* record = const_cast<void*>(arg.record);
+    switch (def.kind) {
+        case ParamKind::ClassName: param->className = static_cast<ClassName*>(record); break;
+        case ParamKind::InstanceName: param->instanceName = static_cast<InstanceName*>(record); break;
+        case ParamKind::ObjectClass: param->className = static_cast<ObjectName*>(record)->className; break;
+        case ParamKind::ObjectInstance: param->instanceName = static_cast<ObjectName*>(record)->instanceName; break;
+        case ParamKind::Instance: param->instance = static_cast<Instance*>(record); break;
+        case ParamKind::NamedInstance: param->namedInstance = static_cast<NamedInstance*>(record); break;
+        case ParamKind::Text:
+        case ParamKind::Flag:
+            param->value = newRecord<Value>();
+            if (!param->value || !setText(&param->value->value, valueText)) {
+                Free_IParamValue_New(param);
+                *failed = true;
+                return nullptr;
+            }
+            break;
+    }
+    return param;
+}
+
+// The IMETHODCALL text of one operation, or NULL when memory ran out.
+char* writeRequest(ClientHandle* handle, const Operation& op, const Arg* args) {
+    CIM* cim = newRequestEnvelope();
+    if (!cim) return nullptr;
+    IMethodCall* methodCall = newRecord<IMethodCall>();
+    cim->message->simpleReq->iMethodCall = methodCall;
+    bool failed = !methodCall || !setText(&methodCall->name, op.method) ||
+                  !(methodCall->localNamespacePath = newNamespacePath(handle->nameSpace));
+
+    IParamValue** tail = methodCall ? &methodCall->iParamValues : nullptr;
+    for (std::size_t i = 0; !failed && i < op.paramCount; ++i) {
+        const ParamSpec& def = op.params[i];
+        if (IParamValue* param = newParam(def, args[def.arg], &failed)) {
+            *tail = param;
+            tail = &param->next;
+        }
+    }
+
+    char* text = nullptr;
+    if (!failed) Gen_CIM(cim, &text);
+    if (methodCall) Free_IParamValue_New(methodCall->iParamValues);
+    Free_Header(cim);
+    return text;
+}
+
+}  // namespace
+
+CIM* newRequestEnvelope() {
+    CIM* cim = newRecord<CIM>();
+    if (!cim) return nullptr;
+    bool ok = setText(&cim->cimVersion, "2.0") && setText(&cim->dtdVersion, "2.0") &&
+              (cim->message = newRecord<Message>()) && setText(&cim->message->id, "1234") &&
+              setText(&cim->message->protocolVersion, "1.0") && (cim->message->simpleReq = newRecord<SimpleReq>());
+    if (!ok) {
+        Free_Header(cim);
+        return nullptr;
+    }
+    return cim;
+}
+
+LocalNamespacePath* newNamespacePath(const char* nameSpace) {
+    auto* path = newRecord<LocalNamespacePath>();
+    if (!path) return nullptr;
+    path->namespaces = newRecord<Namespace>();
+    if (!path->namespaces || (nameSpace && !setText(&path->namespaces->name, nameSpace))) {
+        Free_LocalNamespacePath(path);
+        return nullptr;
+    }
+    return path;
+}
+
+void storeError(Error* error, Error** errorOut) {
+    if (!error) return;
+    if (errorOut)
+        *errorOut = error;
+    else
+        Free_Error(error);
+}
+
+CIM* exchange(ClientHandle* handle, char* requestText, Error** errorOut) {
+    char* replyText = nullptr;
+    int rc = CIMSendRequest(requestText, &replyText, handle->host, handle->port, handle->userName,
+                            handle->password, handle->timeout);
+    std::free(requestText);
+
+    if (rc == 401) {
+        std::free(replyText);
+        Error* error = newRecord<Error>();
+        if (error && (!setText(&error->code, "401") || !setText(&error->description, "Unauthorized User"))) {
+            Free_Error(error);
+            error = nullptr;
+        }
+        storeError(error, errorOut);
+        return nullptr;
+    }
+    if (rc != 0 || !replyText) {
+        // The transport may hand back an empty body even when it fails.
+        std::free(replyText);
+        EmptyPrintf("\n\n Couldn't send request !!!!!!!\n\n");
+        return nullptr;
+    }
+    CIM* reply = parseXML(replyText);
+    std::free(replyText);
+    return reply;
+}
+
+SimpleRsp* simpleResponse(CIM* reply) {
+    if (!reply || !reply->message) return nullptr;
+    return reply->message->simpleRsp;
+}
+
+IReturnValue* call(ClientHandle* handle, const Operation& op, const Arg* args, Error** errorOut) {
+    if (!handle) return nullptr;
+    char* text = writeRequest(handle, op, args);
+    if (!text) return nullptr;
+    CIM* reply = exchange(handle, text, errorOut);
+
+    IReturnValue* result = nullptr;
+    SimpleRsp* rsp = simpleResponse(reply);
+    if (IMethodResponse* imr = rsp ? rsp->iMethodResponse : nullptr) {
+        if (op.use == ReplyUse::ReturnValue && imr->iReturnValue) {
+            result = imr->iReturnValue;
+            imr->iReturnValue = nullptr;
+        } else if (imr->error) {
+            storeError(imr->error, errorOut);
+            imr->error = nullptr;
+        }
+    }
+    // Whatever was not handed out goes, so replies with extra content
+    // (a MULTIRSP, an error next to a return value) leave nothing behind.
+    Free_CIM(reply);
+    return result;
+}
+
+}  // namespace cimxml::xmlops

@@ -1,0 +1,305 @@
+// Builders: attribute conversions, element text, embedded instances, the
+// odd parent lists, and direct calls.
+#include "XMLParser.h"
+#include "model/alloc.h"
+#include "parser/parser_internal.h"
+#include "parser_support.h"
+
+using namespace parsertest;
+
+namespace {
+
+TEST(Rules, EveryRuleNamesAFieldOfTheRightKind) { EXPECT_TRUE(cimxml::parser::rulesResolved()); }
+
+const Class* parsedClass(CIM* root) {
+    IReturnValue* rv = returnValueOf(root);
+    return rv ? rv->cimClass : nullptr;
+}
+
+TEST(Conversions, PropagatedArraySizeIsArraySortDirAndFlavor) {
+    Parsed p = parseCapturing(imethodReply(
+        "GetClass",
+        "<CLASS NAME=\"C\"><PROPERTY NAME=\"a\" PROPAGATED=\"true\"/><PROPERTY NAME=\"b\" PROPAGATED=\"1\"/>"
+        "<PROPERTY NAME=\"c\" PROPAGATED=\"TRUE\"/><PROPERTY.ARRAY NAME=\"d\" ARRAYSIZE=\"12\" PROPAGATED=\"-3\"/>"
+        "<PROPERTY.ARRAY NAME=\"e\" ARRAYSIZE=\"many\"/>"
+        "<QUALIFIER NAME=\"q\" QUALIFIERFLAVOR=\"whatever\" PROPAGATED=\"1\"><VALUE>v</VALUE></QUALIFIER></CLASS>"
+        "<QUALIFIER.DECLARATION NAME=\"d1\" TYPE=\"string\" ISARRAY=\"true\"/>"
+        "<QUALIFIER.DECLARATION NAME=\"d2\" ISARRAY=\"TRUE\" ARRAYSIZE=\"5\" QUALIFIERFLAVOR=\"x\"/>"
+        "<QUALIFIER.DECLARATION NAME=\"d3\" ISARRAY=\"FALSE\"/>"));
+    const Class* c = parsedClass(p.root);
+    ASSERT_NE(c, nullptr);
+    const Property* pr = c->properties;
+    ASSERT_EQ(chainLength(pr), 3);
+    EXPECT_EQ(pr->propagated, 0);
+    EXPECT_EQ(pr->next->propagated, 1);
+    EXPECT_EQ(pr->next->next->propagated, 0);
+    EXPECT_EQ(c->propertyArrays->arraySize, 12);
+    EXPECT_EQ(c->propertyArrays->propagated, -3);
+    EXPECT_EQ(c->propertyArrays->next->arraySize, 0);
+    ASSERT_NE(c->qualifiers->qualifierFlavor, nullptr);  // empty record, text lost
+    const QualifierFlavor zero{};
+    EXPECT_EQ(std::memcmp(c->qualifiers->qualifierFlavor, &zero, sizeof zero), 0);
+    EXPECT_EQ(c->qualifiers->propagated, 1);
+
+    const QualifierDecl* qd = returnValueOf(p.root)->qualifierDecl;
+    ASSERT_EQ(chainLength(qd), 3);
+    EXPECT_EQ(qd->isArray, 0);
+    EXPECT_EQ(qd->next->isArray, 1);
+    EXPECT_EQ(qd->next->arraySize, 5);
+    EXPECT_NE(qd->next->qualifierFlavor, nullptr);
+    EXPECT_EQ(qd->next->next->isArray, 0);
+    Free_CIM(p.root);
+}
+
+// The table-cell elements are not dispatched; their builders are called
+// directly here, under a TABLEROW.DECLARATION of a parsed document.
+TEST(Conversions, TableCellsCalledDirectly) {
+    XMLParseContext ctx{};
+    XMLDoc* doc = parseText(&ctx,
+                            "<TABLEROW.DECLARATION><TABLECELL.DECLARATION NAME=\"n\" TYPE=\"string\" ISARRAY=\"TRUE\" "
+                            "ARRAYSIZE=\"3\" CELLPOS=\"2\" SORTPOS=\"7\" SORTDIR=\"DESC\"/>"
+                            "<TABLECELL.REFERENCE NAME=\"r\" REFERENCECLASS=\"X\" SORTDIR=\"asc\"/>"
+                            "<TABLECELL.DECLARATION NAME=\"m\" SORTDIR=\"ASC\"/></TABLEROW.DECLARATION>");
+    ASSERT_NE(doc, nullptr);
+    TableRowDecl parent{};
+    XMLNode* cell = doc->root->firstChild;
+    ElementStackEntry e = CreateTableCellDecl(cell, &parent);
+    EXPECT_EQ(e.address, &parent);  // childless: the parent's entry
+    EXPECT_STREQ(e.name, "TABLEROW.DECLARATION");
+    CreateTableCellReference(cell->nextSibling, &parent);
+    CreateTableCellDecl(cell->nextSibling->nextSibling, &parent);
+    freeXMLDoc(doc);
+
+    const TableCellDecl* d = parent.tableCellDecls;
+    ASSERT_EQ(chainLength(d), 2);
+    EXPECT_STREQ(d->name, "n");
+    EXPECT_EQ(d->isArray, 1);
+    EXPECT_EQ(d->arraySize, 3);
+    EXPECT_EQ(d->cellPos, 2);
+    EXPECT_EQ(d->sortPos, 7);
+    EXPECT_EQ(d->sortDir, 2);
+    EXPECT_EQ(d->next->sortDir, 1);
+    ASSERT_NE(parent.tableCellReferences, nullptr);
+    EXPECT_STREQ(parent.tableCellReferences->referenceClass, "X");
+    EXPECT_EQ(parent.tableCellReferences->sortDir, 0);  // "asc" is not "ASC"
+    Free_TableCellDecl(parent.tableCellDecls);
+    Free_TableCellReference(parent.tableCellReferences);
+}
+
+TEST(Values, EmptyTextLongTextAndSlack) {
+    std::string big(20000, 'v');  // far past any scratch size
+    Parsed p = parseCapturing(imethodReply(
+        "x", "<VALUE/><VALUE>" + big + "</VALUE><VALUE> </VALUE><KEYBINDING/>"));
+    IReturnValue* rv = returnValueOf(p.root);
+    ASSERT_NE(rv, nullptr);
+    ASSERT_EQ(chainLength(rv->value), 3);
+    EXPECT_STREQ(rv->value->value, "");  // empty string, not NULL
+    EXPECT_EQ(rv->value->next->value, big);
+    // Room for 128 more bytes past the text, kept for callers that extend it.
+    std::memset(rv->value->next->value + big.size(), 'x', 128);
+    EXPECT_STREQ(rv->value->next->next->value, " ");
+    Free_CIM(p.root);
+}
+
+TEST(Values, HostTextIsKeptWhole) {
+    std::string host(2000, 'h');
+    Parsed p = parseCapturing(imethodReply(
+        "x", "<OBJECTPATH><CLASSPATH><NAMESPACEPATH><HOST>" + host + "</HOST><LOCALNAMESPACEPATH><NAMESPACE NAME=\"a\"/>"
+             "</LOCALNAMESPACEPATH></NAMESPACEPATH><CLASSNAME NAME=\"K\"/></CLASSPATH></OBJECTPATH>"
+             "<OBJECTPATH><CLASSPATH><NAMESPACEPATH><HOST/></NAMESPACEPATH></CLASSPATH></OBJECTPATH>"));
+    const ObjectPath* op = returnValueOf(p.root)->objectPath;
+    ASSERT_EQ(chainLength(op), 2);
+    EXPECT_EQ(op->classPath->namespacePath->host, host);
+    EXPECT_STREQ(op->classPath->className->name, "K");
+    EXPECT_STREQ(op->next->classPath->namespacePath->host, "");
+    Free_CIM(p.root);
+}
+
+std::string embedded(const std::string& cdata) {
+    return imethodReply("x", "<VALUE.NAMEDINSTANCE><INSTANCE CLASSNAME=\"Outer\"><PROPERTY NAME=\"Emb\" TYPE=\"string\" "
+                             "EmbeddedObject=\"instance\"><VALUE><![CDATA[" + cdata +
+                             "]]></VALUE></PROPERTY></INSTANCE></VALUE.NAMEDINSTANCE>");
+}
+
+const Value* embeddedValue(CIM* root) {
+    IReturnValue* rv = returnValueOf(root);
+    return rv && rv->namedInstance ? rv->namedInstance->instance->properties->value : nullptr;
+}
+
+TEST(Embedded, OneRecordPerAttributeInDocumentOrder) {
+    Parsed p = parseCapturing(embedded(
+        "<INSTANCE CLASSNAME=\"Inner\"><PROPERTY NAME=\"A\" TYPE=\"string\"><VALUE>alpha</VALUE></PROPERTY>"
+        "<PROPERTY NAME=\"B\" TYPE=\"uint8\"><VALUE>7</VALUE></PROPERTY><PROPERTY/></INSTANCE>"));
+    const Value* v = embeddedValue(p.root);
+    ASSERT_NE(v, nullptr);
+    EXPECT_EQ(v->value, nullptr);
+    EXPECT_EQ(v->embedded, 0);
+    ASSERT_NE(v->instance, nullptr);
+    EXPECT_STREQ(v->instance->className->name, "Inner");
+    const Property* pr = v->instance->properties;
+    ASSERT_EQ(chainLength(pr), 4);
+    const char* names[] = {"A", nullptr, "B", nullptr};
+    const char* types[] = {nullptr, "string", nullptr, "uint8"};
+    const char* texts[] = {"alpha", "alpha", "7", "7"};
+    for (int i = 0; i < 4; ++i, pr = pr->next) {
+        SCOPED_TRACE(i);
+        if (names[i]) EXPECT_STREQ(pr->name, names[i]);
+        else EXPECT_EQ(pr->name, nullptr);
+        if (types[i]) EXPECT_STREQ(pr->type, types[i]);
+        else EXPECT_EQ(pr->type, nullptr);
+        ASSERT_NE(pr->value, nullptr);
+        EXPECT_STREQ(pr->value->value, texts[i]);
+    }
+    Free_CIM(p.root);
+}
+
+TEST(Embedded, ArrayGivesAZeroFilledStringOfTheFirstElementsLength) {
+    Parsed p = parseCapturing(embedded(
+        "<INSTANCE CLASSNAME=\"Inner\"><PROPERTY.ARRAY NAME=\"L\" TYPE=\"string\"><VALUE.ARRAY><VALUE>abcde</VALUE>"
+        "<VALUE>zz</VALUE></VALUE.ARRAY></PROPERTY.ARRAY></INSTANCE>"));
+    const Value* v = embeddedValue(p.root);
+    ASSERT_NE(v, nullptr);
+    ASSERT_NE(v->instance, nullptr);
+    const PropertyArray* pa = v->instance->propertyArrays;
+    ASSERT_EQ(chainLength(pa), 2);
+    for (; pa; pa = pa->next) {
+        ASSERT_NE(pa->valueArray, nullptr);
+        ASSERT_EQ(chainLength(pa->valueArray->value), 1);
+        const char* text = pa->valueArray->value->value;
+        const char zeros[6] = {};
+        EXPECT_EQ(std::memcmp(text, zeros, 6), 0);
+    }
+    EXPECT_STREQ(v->instance->propertyArrays->name, "L");
+    EXPECT_STREQ(v->instance->propertyArrays->next->type, "string");
+    Free_CIM(p.root);
+}
+
+TEST(Embedded, TwoInstancesBadTextAndNoInstance) {
+    Instance* result = nullptr;
+    EXPECT_EQ(ParseCDataContent("<X><INSTANCE CLASSNAME=\"One\"><PROPERTY NAME=\"a\"/></INSTANCE>"
+                                "<INSTANCE CLASSNAME=\"Two\"><PROPERTY NAME=\"b\"/></INSTANCE></X>",
+                                &result),
+              0);
+    ASSERT_NE(result, nullptr);
+    EXPECT_STREQ(result->className->name, "Two");  // the last one, with both properties
+    EXPECT_EQ(chainLength(result->properties), 2);
+    Free_Instance(result);
+
+    result = nullptr;
+    EXPECT_EQ(ParseCDataContent("<INSTANCE", &result), -1);
+    EXPECT_EQ(ParseCDataContent("<PROPERTY NAME=\"a\"/>", &result), 0);
+    EXPECT_EQ(result, nullptr);
+    EXPECT_EQ(ParseCDataContent(nullptr, &result), -1);
+
+    // An unparsable CDATA value keeps neither text nor instance.
+    Parsed p = parseCapturing(embedded("not <xml"));
+    const Value* v = embeddedValue(p.root);
+    ASSERT_NE(v, nullptr);
+    EXPECT_EQ(v->instance, nullptr);
+    EXPECT_EQ(v->value, nullptr);
+    EXPECT_EQ(p.out, "");
+    Free_CIM(p.root);
+}
+
+TEST(Embedded, FailedAllocationsReturnMinusOneAndLeakNothing) {
+    const char* text = "<INSTANCE CLASSNAME=\"I\"><PROPERTY NAME=\"A\" TYPE=\"string\"><VALUE>x</VALUE></PROPERTY>"
+                       "<PROPERTY.ARRAY NAME=\"L\"><VALUE.ARRAY><VALUE>ab</VALUE></VALUE.ARRAY></PROPERTY.ARRAY></INSTANCE>";
+    for (long n = 0;; ++n) {
+        Instance* result = nullptr;
+        cimxml::g_allocFailCountdown = n;
+        int rc = ParseCDataContent(text, &result);
+        cimxml::g_allocFailCountdown = -1;
+        if (rc == 0) {
+            ASSERT_NE(result, nullptr);
+            Free_Instance(result);
+            break;
+        }
+        EXPECT_EQ(result, nullptr);
+        ASSERT_LT(n, 100);
+    }
+}
+
+TEST(Builders, FailedAllocationsNeverCorruptTheTree) {
+    std::string text = imethodReply(
+        "EnumerateInstances",
+        "<VALUE.NAMEDINSTANCE><INSTANCENAME CLASSNAME=\"A\"><KEYBINDING NAME=\"k\"><KEYVALUE>1</KEYVALUE></KEYBINDING>"
+        "</INSTANCENAME><INSTANCE CLASSNAME=\"A\"><PROPERTY NAME=\"p\" TYPE=\"string\"><VALUE>v</VALUE></PROPERTY>"
+        "<PROPERTY.ARRAY NAME=\"q\" TYPE=\"string\"><VALUE.ARRAY><VALUE>w</VALUE></VALUE.ARRAY></PROPERTY.ARRAY>"
+        "</INSTANCE></VALUE.NAMEDINSTANCE>");
+    for (long n = 0; n < 60; ++n) {
+        returnAddress = nullptr;
+        cimxml::g_allocFailCountdown = n;
+        Parsed p = parseCapturing(text);
+        cimxml::g_allocFailCountdown = -1;
+        Free_CIM(p.root);
+    }
+    returnAddress = nullptr;
+    EXPECT_EQ(parseXML(""), nullptr);  // releases what the last run left unlinked
+}
+
+TEST(ParentLists, OddParentsAreKept) {
+    // CLASSNAME under INSTANCE; INSTANCE under ERROR (appended); an export
+    // parameter carrying a whole method response.
+    Parsed p = parseCapturing(
+        "<CIM CIMVERSION=\"2.0\"><MESSAGE ID=\"1\"><SIMPLERSP><IMETHODRESPONSE NAME=\"x\"><ERROR CODE=\"1\">"
+        "<INSTANCE CLASSNAME=\"E1\"/><INSTANCE CLASSNAME=\"E2\"><CLASSNAME NAME=\"Replaced\"/></INSTANCE></ERROR>"
+        "</IMETHODRESPONSE></SIMPLERSP></MESSAGE></CIM>");
+    ASSERT_NE(p.root, nullptr);
+    const Error* e = p.root->message->simpleRsp->iMethodResponse->error;
+    ASSERT_NE(e, nullptr);
+    ASSERT_EQ(chainLength(e->instance), 2);
+    EXPECT_STREQ(e->instance->className->name, "E1");
+    EXPECT_STREQ(e->instance->next->className->name, "Replaced");
+    Free_CIM(p.root);
+
+    Parsed x = parseCapturing(
+        "<CIM CIMVERSION=\"2.0\"><MESSAGE ID=\"2\"><SIMPLEEXPREQ><EXPMETHODCALL NAME=\"ExportIndication\">"
+        "<EXPPARAMVALUE NAME=\"a\"><INSTANCE CLASSNAME=\"Ind\"/></EXPPARAMVALUE><EXPPARAMVALUE NAME=\"b\">"
+        "<METHODRESPONSE NAME=\"m\"><RETURNVALUE><VALUE>0</VALUE></RETURNVALUE></METHODRESPONSE></EXPPARAMVALUE>"
+        "</EXPMETHODCALL></SIMPLEEXPREQ></MESSAGE></CIM>");
+    ASSERT_NE(x.root, nullptr);
+    const ExpMethodCall* call = x.root->message->simpleExpReq->expMethodCall;
+    ASSERT_NE(call, nullptr);
+    ASSERT_EQ(chainLength(call->expParamValues), 2);
+    EXPECT_STREQ(call->expParamValues->instance->className->name, "Ind");
+    EXPECT_STREQ(call->expParamValues->next->methodResponse->returnValue->value->value, "0");
+    Free_CIM(x.root);
+
+    // MULTIRSP holds its SIMPLERSPs in order.
+    Parsed m = parseCapturing(
+        "<CIM CIMVERSION=\"2.0\"><MESSAGE ID=\"3\"><MULTIRSP><SIMPLERSP><IMETHODRESPONSE NAME=\"a\"/></SIMPLERSP>"
+        "<SIMPLERSP><IMETHODRESPONSE NAME=\"b\"/></SIMPLERSP></MULTIRSP></MESSAGE></CIM>");
+    ASSERT_NE(m.root, nullptr);
+    const SimpleRsp* r = m.root->message->multiRsp->simpleRsps;
+    ASSERT_EQ(chainLength(r), 2);
+    EXPECT_STREQ(r->iMethodResponse->name, "a");
+    EXPECT_STREQ(r->next->iMethodResponse->name, "b");
+    Free_CIM(m.root);
+}
+
+TEST(Builders, DirectCallsBuildAndLinkLikeTheWalk) {
+    EXPECT_EQ(parseXML(""), nullptr);  // clears what earlier parses left
+    XMLParseContext ctx{};
+    XMLDoc* doc = parseText(&ctx, "<IRETURNVALUE><CLASSNAME NAME=\"a\">x</CLASSNAME><VALUE>t</VALUE></IRETURNVALUE>");
+    ASSERT_NE(doc, nullptr);
+    XMLNode* cn = doc->root->firstChild;
+    ElementStackEntry e = CreateClassName(cn, nullptr);  // no parent record: linked nowhere
+    ASSERT_NE(e.address, nullptr);
+    EXPECT_STREQ(e.name, "CLASSNAME");
+    EXPECT_STREQ(static_cast<ClassName*>(e.address)->name, "a");
+
+    IReturnValue rv{};
+    ElementStackEntry v = CreateValue(cn->nextSibling, &rv);
+    EXPECT_EQ(v.address, rv.value);
+    EXPECT_STREQ(v.name, "VALUE");
+    EXPECT_STREQ(rv.value->value, "t");
+    ElementStackEntry n = CreateValue(nullptr, &rv);
+    EXPECT_EQ(n.address, &rv);
+    freeXMLDoc(doc);
+    // Outside the walk an unlinked record stays with the caller.
+    EXPECT_EQ(cimxml::parser::unlinkedCount(), 0u);
+    Free_ClassName(static_cast<ClassName*>(e.address));
+    Free_Value(rv.value);
+}
+
+}  // namespace
