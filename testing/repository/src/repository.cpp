@@ -133,6 +133,12 @@ bool isAIn(const NsData& n, const std::string& cls, const std::string& base) {
   }
   return false;
 }
+// A reference property (named `role`, when given) that can point at an
+// instance of className: the class-level form of an association's end.
+bool canReferTo(const NsData& n, const Property& p, const std::string& className, const std::string& role) {
+  if (p.type != Type::Reference || (!role.empty() && !iequals(p.name, role))) return false;
+  return isAIn(n, className, p.referenceClass) || isAIn(n, p.referenceClass, className);
+}
 void applyReadOptionsToQualifiers(QualifierList& q, const ReadOptions& ro) {
   if (!ro.includeQualifiers) { q.clear(); return; }
   if (ro.localOnly) q.erase(std::remove_if(q.begin(), q.end(), [](const Qualifier& x) { return x.propagated; }), q.end());
@@ -632,8 +638,7 @@ std::vector<std::string> Repository::referenceClasses(const std::string& ns, con
     if (!c.isAssociation()) continue;
     if (!resultClass.empty() && !isAIn(n, c.name, resultClass)) continue;
     for (const auto& p : c.properties) {
-      if (p.type != Type::Reference || (!role.empty() && !iequals(p.name, role))) continue;
-      if (isAIn(n, className, p.referenceClass) || isAIn(n, p.referenceClass, className)) {
+      if (canReferTo(n, p, className, role)) {
         out.push_back(c.name);
         break;
       }
@@ -653,8 +658,7 @@ std::vector<std::string> Repository::associatorClasses(const std::string& ns, co
     if (!c.isAssociation()) continue;
     if (!assocClass.empty() && !isAIn(n, c.name, assocClass)) continue;
     for (const auto& near : c.properties) {
-      if (near.type != Type::Reference || (!role.empty() && !iequals(near.name, role))) continue;
-      if (!isAIn(n, className, near.referenceClass) && !isAIn(n, near.referenceClass, className)) continue;
+      if (!canReferTo(n, near, className, role)) continue;
       for (const auto& far : c.properties) {
         if (&far == &near || far.type != Type::Reference) continue;
         if (!resultRole.empty() && !iequals(far.name, resultRole)) continue;
