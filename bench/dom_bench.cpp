@@ -14,62 +14,15 @@
 #include <string>
 
 #include "XMLParser.h"
+#include "cim_reply.h"
 
 namespace {
 
-constexpr int kInstances = 20000;
-
-const std::string& reply() {
-    static const std::string text = [] {
-        std::string s;
-        s.reserve(52u << 20);
-        s += "<?xml version=\"1.0\" encoding=\"utf-8\" ?>\n<CIM CIMVERSION=\"2.0\" DTDVERSION=\"2.0\">\n"
-             "<MESSAGE ID=\"1001\" PROTOCOLVERSION=\"1.0\">\n<SIMPLERSP>\n"
-             "<IMETHODRESPONSE NAME=\"EnumerateInstances\">\n<IRETURNVALUE>\n";
-        for (int i = 0; i < kInstances; ++i) {
-            std::string id = std::to_string(i);
-            s += "<VALUE.NAMEDINSTANCE>\n<INSTANCENAME CLASSNAME=\"CIM_ComputerSystemElement\">\n"
-                 "<KEYBINDING NAME=\"CreationClassName\">\n"
-                 "<KEYVALUE VALUETYPE=\"string\">CIM_ComputerSystemElement</KEYVALUE>\n</KEYBINDING>\n"
-                 "<KEYBINDING NAME=\"Name\">\n<KEYVALUE VALUETYPE=\"string\">element-";
-            s += id;
-            s += "</KEYVALUE>\n</KEYBINDING>\n</INSTANCENAME>\n<INSTANCE CLASSNAME=\"CIM_ComputerSystemElement\">\n";
-            for (int p = 0; p < 20; ++p) {
-                s += "<PROPERTY NAME=\"Property_";
-                s += std::to_string(p);
-                s += p % 4 == 0 ? "\" TYPE=\"uint32\">\n<VALUE>" : "\" TYPE=\"string\">\n<VALUE>";
-                if (p % 4 == 0)
-                    s += std::to_string(i * 20 + p);
-                else
-                    s += "Value &amp; text of element " + id;
-                s += "</VALUE>\n</PROPERTY>\n";
-            }
-            s += "<PROPERTY.ARRAY NAME=\"Dedicated\" TYPE=\"uint16\">\n<VALUE.ARRAY>\n"
-                 "<VALUE>2</VALUE>\n<VALUE>3</VALUE>\n<VALUE>15</VALUE>\n<VALUE>21</VALUE>\n"
-                 "</VALUE.ARRAY>\n</PROPERTY.ARRAY>\n</INSTANCE>\n</VALUE.NAMEDINSTANCE>\n";
-        }
-        s += "</IRETURNVALUE>\n</IMETHODRESPONSE>\n</SIMPLERSP>\n</MESSAGE>\n</CIM>\n";
-        return s;
-    }();
-    return text;
-}
+using bench::reply;
+using bench::resetPeak;
+using bench::statusKb;
 
 constexpr unsigned kPugiOptions = pugi::parse_default | pugi::parse_ws_pcdata_single;
-
-long statusKb(const char* key) {
-    std::ifstream in("/proc/self/status");
-    std::string line;
-    while (std::getline(in, line))
-        if (line.compare(0, std::strlen(key), key) == 0) return std::stol(line.substr(std::strlen(key) + 1));
-    return -1;
-}
-
-// Returns the resident memory before the call, after resetting the peak.
-long resetPeak() {
-    malloc_trim(0);
-    std::ofstream("/proc/self/clear_refs") << "5";
-    return statusKb("VmRSS");
-}
 
 size_t countNodes(const XMLNode* root) {
     size_t count = 0;

@@ -17,6 +17,7 @@
 #include <functional>
 #include <new>
 #include <stdexcept>
+#include <vector>
 
 namespace {
 
@@ -31,41 +32,75 @@ enum : int {
 // A block is a little under 32 KB, the size of a pugixml node page: the pages
 // released during the conversion come back from malloc as our blocks, so the
 // two trees hardly ever occupy memory at the same time.
-constexpr std::size_t kNodesPerBlock = (32 * 1024 - 64) / sizeof(XMLNode);
+constexpr std::size_t kNodesPerBlock = (32 * 1024 - 32) / sizeof(XMLNode);
 
 struct Block {
-    Block* next;
     XMLNode nodes[kNodesPerBlock];
+
+    static Block* create() { return new Block; }  // nodes are set one by one as they are used
+    static void destroy(Block* b) { delete b; }
+
+    bool holds(const XMLNode* n) const {
+        const std::less<const XMLNode*> before;
+        return !before(n, nodes) && before(n, nodes + kNodesPerBlock);
+    }
 };
 
 struct DocImpl {
     XMLDoc doc{nullptr, nullptr};
     char* text = nullptr;  // the parsed copy: every string lives here
-    Block* blocks = nullptr;
+    // In allocation order, which is document order; a released block is NULL.
+    std::vector<Block*> blocks;
     std::size_t used = kNodesPerBlock;  // nodes used in the newest block
+    std::size_t walked = 0;             // blocks before this one are released or pinned
+    std::vector<std::size_t> pinned;    // walked blocks kept for an ancestor
 
     DocImpl() { doc.impl = this; }
     DocImpl(const DocImpl&) = delete;
     DocImpl& operator=(const DocImpl&) = delete;
     ~DocImpl() {
-        while (blocks) {
-            Block* next = blocks->next;
-            delete blocks;
-            blocks = next;
-        }
+        for (Block* b : blocks) Block::destroy(b);
         delete[] text;
     }
 
     XMLNode* newNode(int type, XMLNode* parent) {
         if (used == kNodesPerBlock) {
-            Block* b = new Block;  // nodes left uninitialised; each is set below
-            b->next = blocks;
-            blocks = b;
+            blocks.reserve(blocks.size() + 1);
+            blocks.push_back(Block::create());
             used = 0;
         }
-        XMLNode* n = &blocks->nodes[used++];
+        XMLNode* n = &blocks.back()->nodes[used++];
         *n = XMLNode{type, "", nullptr, nullptr, parent, nullptr, nullptr};
         return n;
+    }
+
+    static bool holdsAncestor(const Block* b, const XMLNode* node) {
+        for (const XMLNode* a = node->parent; a; a = a->parent)
+            if (b->holds(a)) return true;
+        return false;
+    }
+
+    void release(std::size_t i, const XMLNode* node) {
+        if (holdsAncestor(blocks[i], node)) {
+            pinned.push_back(i);
+        } else {
+            Block::destroy(blocks[i]);
+            blocks[i] = nullptr;
+        }
+    }
+
+    // Called with nodes in document order; does work only when `node` lies
+    // past the block of the previous call.
+    void releaseBefore(const XMLNode* node) {
+        if (walked < blocks.size() && blocks[walked]->holds(node)) return;
+        std::size_t at = walked + 1;
+        while (at < blocks.size() && !blocks[at]->holds(node)) ++at;
+        if (at >= blocks.size()) return;  // not a node of this document, or an earlier one
+        std::vector<std::size_t> stillPinned;
+        stillPinned.swap(pinned);
+        for (std::size_t i : stillPinned) release(i, node);
+        for (std::size_t i = walked; i < at; ++i) release(i, node);
+        walked = at;
     }
 };
 
@@ -268,6 +303,15 @@ XMLDoc* parseText(XMLParseContext* ctx, const char* text) {
 }
 
 const char* getErrorText(XMLParseContext* ctx) { return ctx ? ctx->errorText : ""; }
+
+void releaseXMLNodesBefore(XMLDoc* doc, const XMLNode* node) {
+    if (!doc || !node) return;
+    try {
+        static_cast<DocImpl*>(doc->impl)->releaseBefore(node);
+    } catch (...) {
+        // Out of memory for the pinned list: nothing is released this time.
+    }
+}
 
 void freeXMLDoc(XMLDoc* doc) {
     if (!doc) return;

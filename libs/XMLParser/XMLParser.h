@@ -78,6 +78,15 @@ XMLPARSER_API const char* getErrorText(XMLParseContext* ctx);
 /* Releases the document and every node and string in it. NULL is ignored. */
 XMLPARSER_API void freeXMLDoc(XMLDoc* doc);
 
+/* For a caller that visits the tree once in document order (an element, then
+ * its attributes, then its children) and keeps only the ancestors of the node
+ * it is at: the node records that lie before `node` and are not its
+ * ancestors are released, a block at a time, so a large document shrinks
+ * while it is read. Strings stay until freeXMLDoc. Call it with each node
+ * visited; a node of another document, or one before the last call's, is
+ * ignored. */
+XMLPARSER_API void releaseXMLNodesBefore(XMLDoc* doc, const XMLNode* node);
+
 #ifdef __cplusplus
 }
 #endif

@@ -1,6 +1,7 @@
 // The builders: one generic routine driven by the element rules, the content
 // readers of VALUE, KEYVALUE and HOST, and the exported Create<X> wrappers.
 #include <cstddef>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 
@@ -124,9 +125,11 @@ bool link(const ResolvedElement& e, void* record, ElementId parentId, void* pare
         if (l.how == Link::NoSlot) return false;
         void*& slot = pointerAt(parentRecord, l.offset);
         if (l.how == Link::Append) {
-            void** at = &slot;
+            void** at = walkActive() ? knownListEnd(parentRecord, &slot) : nullptr;
+            if (!at) at = &slot;
             while (*at) at = &pointerAt(*at, e.nextOffset);
             *at = record;
+            if (walkActive()) rememberListEnd(parentRecord, &slot, &pointerAt(record, e.nextOffset));
         } else {
             void* displaced = slot;
             slot = record;
@@ -134,6 +137,7 @@ bool link(const ResolvedElement& e, void* record, ElementId parentId, void* pare
             // entries went with the Pop that found this parent); a direct
             // caller may still hold it, so it is left alone then.
             if (displaced && walkActive()) {
+                forgetListEnds();
                 if (e.record == RecordId::Count) std::free(displaced);
                 else model::freeRecord(e.record, displaced);
             }

@@ -17,7 +17,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <strings.h>
+#include <string.h>
 
 #include "XMLParser.h"
 #include "cimxml/parser.h"
@@ -42,7 +42,24 @@ bool sameName(const char* entryName, const char* name) {
     return std::strncmp(entryName, name, CIMXML_ELEMENT_NAME_SIZE) == 0;
 }
 
+// List ends remembered per stack entry; a record rarely fills more than a
+// few lists, and a miss only costs a walk along the list.
+struct ListEnd {
+    void** head;
+    void** lastNext;
+};
+constexpr int kListEndWays = 4;
+ListEnd g_listEnds[CIMXML_ELEMENT_STACK_SIZE][kListEndWays];
+unsigned char g_listEndVictim[CIMXML_ELEMENT_STACK_SIZE];
+
+// The stack entry that holds `record`, when it is the current top.
+int entryOfTop(const void* record) {
+    if (top < 0 || top > kLastEntry || ::map[top].address != record) return -1;
+    return top;
+}
+
 void storeEntry(int at, void* address, const char* name) {
+    std::memset(g_listEnds[at], 0, sizeof g_listEnds[at]);
     ::map[at].address = address;
     copyName(::map[at].name, name);
 }
@@ -88,6 +105,11 @@ void removeParentEntry(const char* name) {
     }
 }
 
+// The CIM element, in any case.
+bool isCim(const char* name) {
+    return (name[0] | 0x20) == 'c' && (name[1] | 0x20) == 'i' && (name[2] | 0x20) == 'm' && name[3] == '\0';
+}
+
 // `name` itself when it fits a stack entry, else its first 255 bytes in `buf`.
 const char* boundedName(const char* name, char* buf) {
     if (!name) return "";
@@ -112,13 +134,39 @@ int g_walkDepth = 0;
 
 void copyName(char* out, const char* name) {
     if (!name) name = "";
-    std::size_t n = 0;
-    while (n < kMaxName && name[n]) ++n;
+    std::size_t n = strnlen(name, kMaxName);
     std::memcpy(out, name, n);
     out[n] = '\0';
 }
 
-WalkScope::WalkScope() : outer(g_walkDepth == 0) { ++g_walkDepth; }
+void** knownListEnd(void* parentRecord, void** head) {
+    int at = entryOfTop(parentRecord);
+    if (at < 0 || !*head) return nullptr;
+    for (const ListEnd& e : g_listEnds[at])
+        if (e.head == head) return e.lastNext;
+    return nullptr;
+}
+
+void rememberListEnd(void* parentRecord, void** head, void** lastNext) {
+    int at = entryOfTop(parentRecord);
+    if (at < 0) return;
+    for (ListEnd& e : g_listEnds[at]) {
+        if (e.head == head) {
+            e.lastNext = lastNext;
+            return;
+        }
+    }
+    unsigned char& victim = g_listEndVictim[at];
+    g_listEnds[at][victim] = ListEnd{head, lastNext};
+    victim = static_cast<unsigned char>((victim + 1) % kListEndWays);
+}
+
+void forgetListEnds() { std::memset(g_listEnds, 0, sizeof g_listEnds); }
+
+WalkScope::WalkScope() : outer(g_walkDepth == 0) {
+    if (outer) forgetListEnds();
+    ++g_walkDepth;
+}
 WalkScope::~WalkScope() { --g_walkDepth; }
 bool walkActive() { return g_walkDepth > 0; }
 
@@ -178,7 +226,15 @@ void removeParent(const char* name) {
 
 int printStack(void) { return 0; }
 
-int recursiveParseCIM(XMLNode* node) {
+int recursiveParseCIM(XMLNode* node) { return walkTree(node, nullptr); }
+
+}  // extern "C"
+
+namespace cimxml::parser {
+
+// The walk of recursiveParseCIM. With `releasing`, the document `node` belongs
+// to gives back each block of nodes once the walk is past it.
+int walkTree(XMLNode* node, XMLDoc* releasing) {
     WalkScope scope;
     char nameBuf[CIMXML_ELEMENT_NAME_SIZE];
     char parentBuf[CIMXML_ELEMENT_NAME_SIZE];
@@ -188,6 +244,7 @@ int recursiveParseCIM(XMLNode* node) {
 
     for (XMLNode* n = node; n;) {
         bool descend = true;
+        if (releasing) releaseXMLNodesBefore(releasing, n);
         if (n->type != XML_TEXT_NODE && n->type != XML_CDATA_SECTION_NODE) {
             const char* name = boundedName(n->name, nameBuf);
             if (n->parent && n->parent != parentSeen) {
@@ -206,7 +263,7 @@ int recursiveParseCIM(XMLNode* node) {
                 std::puts("\n\n hey what iss thisssssssssssssssssssssssssssssss\n");
             }
             // The parent is closed when its last child is met.
-            if (strcasecmp(name, "CIM") != 0 && !n->nextSibling) removeParentEntry(parentName);
+            if (!n->nextSibling && !isCim(name)) removeParentEntry(parentName);
         }
         if (descend && n->firstChild) {
             n = n->firstChild;
@@ -220,6 +277,10 @@ int recursiveParseCIM(XMLNode* node) {
     if (scope.outer) claimUnlinked(returnAddress);
     return 0;
 }
+
+}  // namespace cimxml::parser
+
+extern "C" {
 
 CIM* parseXML(const char* text) {
     top = -1;
@@ -237,7 +298,9 @@ CIM* parseXML(const char* text) {
         std::printf("\n Invalid XML... %s", getErrorText(&context));
         return nullptr;
     }
-    recursiveParseCIM(doc->root);
+    // The tree is read once, front to back: its node blocks are given back
+    // as the records grow, so the two are never both whole in memory.
+    walkTree(doc->root, doc);
     freeXMLDoc(doc);
     printStack();
     return static_cast<CIM*>(returnAddress);

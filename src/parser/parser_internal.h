@@ -47,6 +47,15 @@ struct WalkScope {
     bool outer;
 };
 bool walkActive();
+// The walk remembers, per element-stack entry, where the lists of that
+// entry's record end, so appending the 20,000th instance does not walk the
+// 19,999 before it. knownListEnd gives the remembered next-field of the last
+// record of the list headed at `head` (NULL when unknown); `parentRecord` must
+// be the record of the current top entry, as it is for every link the walk
+// makes. A freed record forgets everything (its address may come back).
+void** knownListEnd(void* parentRecord, void** head);
+void rememberListEnd(void* parentRecord, void** head, void** lastNext);
+void forgetListEnds();
 
 // A record built during the walk that nothing links. Kept until the next
 // parseXML (after `map` is cleared), then released; RecordId::Count marks a
@@ -56,6 +65,10 @@ void keepUnlinked(model::RecordId id, void* record);
 void claimUnlinked(void* record);
 void releaseUnlinked();
 std::size_t unlinkedCount();  // test seam
+
+// recursiveParseCIM; with `releasing`, the DOM document of `node`, whose
+// node blocks are released as the walk passes them.
+int walkTree(XMLNode* node, struct XMLDoc* releasing);
 
 // True when every rule of the element table names a field of the right kind.
 // A rule that does not resolve is skipped at run time.
