@@ -215,6 +215,43 @@ TEST_F(RepositoryTest, CreateModifyDelete) {
   }
 }
 
+TEST_F(RepositoryTest, ManyInstancesAreFoundByKeyAfterDeletesAndInAnyNumberForm) {
+  Class slot;
+  slot.name = "T_Slot";
+  slot.properties.push_back(prop("Rack", Type::String, true));
+  slot.properties.push_back(prop("Pos", Type::Uint16, true));
+  repo.addClass(ns, slot);
+  for (int i = 0; i < 3000; ++i) {
+    Instance inst;
+    inst.className = "T_Slot";
+    inst.set("Rack", Value::str("r" + std::to_string(i % 7)));
+    inst.set("Pos", Value::text(Type::Uint16, std::to_string(i)));
+    repo.createInstance(ns, inst);
+  }
+  // Numbers compare by value: a key written "0042" names Pos=42.
+  EXPECT_NE(repo.findInstance(ns, ObjectPath::parse("T_Slot.Rack=\"r0\",Pos=0042")), nullptr);
+  EXPECT_NE(repo.findInstance(ns, ObjectPath::parse("t_slot.pos=42,RACK=\"r0\"")), nullptr);
+  EXPECT_EQ(repo.findInstance(ns, ObjectPath::parse("T_Slot.Rack=\"R0\",Pos=42")), nullptr);  // strings are exact
+  Instance dup;
+  dup.className = "T_Slot";
+  dup.set("Rack", Value::str("r1"));
+  dup.set("Pos", Value::text(Type::Uint16, "1"));
+  EXPECT_THROW(repo.createInstance(ns, dup), CimError);
+  // Deleting early instances moves the later ones; they stay reachable.
+  for (int i = 0; i < 10; ++i)
+    repo.deleteInstance(ns, ObjectPath::parse("T_Slot.Rack=\"r" + std::to_string(i % 7) + "\",Pos=" + std::to_string(i)));
+  EXPECT_EQ(repo.findInstance(ns, ObjectPath::parse("T_Slot.Rack=\"r2\",Pos=9")), nullptr);
+  const Instance* last = repo.findInstance(ns, ObjectPath::parse("T_Slot.Rack=\"r3\",Pos=2999"));
+  ASSERT_NE(last, nullptr);
+  EXPECT_EQ(last->findProperty("Pos")->value.asText(), "2999");
+  EXPECT_EQ(repo.instancesOf(ns, "T_Slot").size(), 2990u);
+  // A subclass instance with a base instance's keys is a duplicate.
+  Instance sub;
+  sub.className = "T_Child";
+  sub.set("Id", Value::str("c1"));
+  EXPECT_THROW(repo.createInstance(ns, sub), CimError);
+}
+
 TEST_F(RepositoryTest, AssociationsByRoleAndClass) {
   auto refs = repo.references(ns, paths[0], "", "");
   ASSERT_EQ(refs.size(), 1u);

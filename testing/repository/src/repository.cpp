@@ -2,6 +2,8 @@
 // methods.
 #include <algorithm>
 #include <map>
+#include <unordered_map>
+#include <utility>
 
 #include "cimmock/repository.h"
 
@@ -104,6 +106,8 @@ struct NsData {
   std::map<std::string, Class> classes;        // lower-case name -> resolved
   std::vector<std::string> classOrder;         // lower-case names, declaration order
   std::vector<Instance> instances;
+  // Positions in `instances` by keySignature of their paths.
+  std::unordered_multimap<std::string, std::size_t> byKeys;
 };
 
 struct Repository::Data {
@@ -207,6 +211,33 @@ Repository& Repository::operator=(const Repository& o) {
 
 // ---- namespaces / qualifiers -----------------------------------------------------
 
+namespace {
+// Instances are indexed by the exact text of their string-like keys, so that
+// a lookup or createInstance's duplicate check does not compare every
+// instance. Other keys (numbers compare by value, references by path) only
+// count in the signature: the index narrows, instanceMatches decides.
+std::string keySignature(const ObjectPath& p) {
+  std::vector<std::pair<std::string, std::string>> parts;
+  for (const auto& k : p.keys) {
+    bool exact = !k.ref && (k.type == Type::String || k.type == Type::Char16 || k.type == Type::DateTime);
+    parts.emplace_back(toLower(k.name), exact ? "=" + k.text : "*");
+  }
+  std::sort(parts.begin(), parts.end());
+  std::string sig = std::to_string(parts.size());
+  for (const auto& [name, value] : parts) {
+    sig += '\n' + std::to_string(name.size()) + ':' + name + std::to_string(value.size()) + ':';
+    sig += value;
+  }
+  return sig;
+}
+
+void reindex(NsData& n, const Repository& repo) {
+  n.byKeys.clear();
+  for (std::size_t i = 0; i < n.instances.size(); ++i) n.byKeys.emplace(keySignature(repo.pathOf(n.name, n.instances[i])), i);
+}
+
+}  // namespace
+
 void Repository::addNamespace(const std::string& ns) {
   std::string key = toLower(ns);
   if (d_->ns.count(key)) return;
@@ -306,6 +337,7 @@ void Repository::addClass(const std::string& ns, const Class& local) {
   }
   n.classes[key] = c;
   n.classOrder.push_back(key);
+  if (!n.instances.empty()) reindex(n, *this);  // a class given again may key its instances anew
 }
 
 const Class* Repository::findClass(const std::string& ns, const std::string& name) const {
@@ -456,12 +488,38 @@ bool instanceMatches(const NsData& n, const Instance& i, const ObjectPath& path,
 }
 }  // namespace
 
+namespace {
+constexpr std::size_t kNoInstance = static_cast<std::size_t>(-1);
+
+// The first instance in creation order that `path` names.
+std::size_t indexOf(const NsData& n, const ObjectPath& path, const Repository& repo) {
+  const Class* c = repo.findClass(n.name, path.className);
+  bool unnamedKey = path.keys.size() == 1 && path.keys[0].name.empty();
+  if (c && !unnamedKey) {
+    // Typed by the class, as instanceMatches types them.
+    ObjectPath typed = path;
+    for (auto& k : typed.keys)
+      for (const auto& cp : c->properties)
+        if (cp.isKey() && iequals(k.name, cp.name) && cp.type != Type::Reference && k.type != Type::Reference)
+          k.type = cp.type;
+    std::size_t best = kNoInstance;
+    auto range = n.byKeys.equal_range(keySignature(typed));
+    for (auto it = range.first; it != range.second; ++it)
+      if (it->second < best && instanceMatches(n, n.instances[it->second], path, repo)) best = it->second;
+    if (best != kNoInstance) return best;
+  }
+  // Not narrowed, or not found by the signature: every instance decides.
+  for (std::size_t i = 0; i < n.instances.size(); ++i)
+    if (instanceMatches(n, n.instances[i], path, repo)) return i;
+  return kNoInstance;
+}
+}  // namespace
+
 const Instance* Repository::findInstance(const std::string& ns, const ObjectPath& path) const {
   auto it = d_->ns.find(toLower(ns));
   if (it == d_->ns.end()) return nullptr;
-  for (const auto& i : it->second.instances)
-    if (instanceMatches(it->second, i, path, *this)) return &i;
-  return nullptr;
+  std::size_t i = indexOf(it->second, path, *this);
+  return i == kNoInstance ? nullptr : &it->second.instances[i];
 }
 
 Instance Repository::getInstance(const std::string& ns, const ObjectPath& path) const {
@@ -499,17 +557,22 @@ ObjectPath Repository::createInstance(const std::string& ns, const Instance& giv
     if (cp.isKey() && inst.findProperty(cp.name)->value.isNull)
       throw CimError(CIM_ERR_INVALID_PARAMETER, "key property " + cp.name + " of " + c.name + " has no value");
   ObjectPath path = pathOf(n.name, inst);
-  if (!c.keyNames().empty() || true) {
-    for (const auto& i : n.instances)
+  std::string signature = keySignature(path);
+  if (!c.keyNames().empty()) {
+    auto range = n.byKeys.equal_range(signature);
+    for (auto it = range.first; it != range.second; ++it) {
+      const Instance& i = n.instances[it->second];
       if (iequals(i.className, inst.className) || isAIn(n, i.className, inst.className) ||
           isAIn(n, inst.className, i.className)) {
         ObjectPath other = pathOf(n.name, i);
         other.className = path.className;
-        if (!c.keyNames().empty() && samePath(other, path))
+        if (samePath(other, path))
           throw CimError(CIM_ERR_ALREADY_EXISTS, "instance " + path.toString() + " already exists");
       }
+    }
   }
   n.instances.push_back(inst);
+  n.byKeys.emplace(std::move(signature), n.instances.size() - 1);
   return path;
 }
 
@@ -517,9 +580,8 @@ void Repository::modifyInstance(const std::string& ns, const ObjectPath& path, c
                                 const std::vector<std::string>* propertyList) {
   NsData& n = needNs(*d_, ns);
   needClass(n, path.className);
-  Instance* target = nullptr;
-  for (auto& i : n.instances)
-    if (instanceMatches(n, i, path, *this)) { target = &i; break; }
+  std::size_t at = indexOf(n, path, *this);
+  Instance* target = at == kNoInstance ? nullptr : &n.instances[at];
   if (!target) throw CimError(CIM_ERR_NOT_FOUND, "instance " + path.toString() + " does not exist");
   for (const auto& gp : given.properties) {
     if (propertyList) {
@@ -549,11 +611,12 @@ void Repository::modifyInstance(const std::string& ns, const ObjectPath& path, c
 void Repository::deleteInstance(const std::string& ns, const ObjectPath& path) {
   NsData& n = needNs(*d_, ns);
   needClass(n, path.className);
-  for (auto it = n.instances.begin(); it != n.instances.end(); ++it)
-    if (instanceMatches(n, *it, path, *this)) {
-      n.instances.erase(it);
-      return;
-    }
+  std::size_t at = indexOf(n, path, *this);
+  if (at != kNoInstance) {
+    n.instances.erase(n.instances.begin() + static_cast<std::ptrdiff_t>(at));
+    reindex(n, *this);  // positions after it have moved
+    return;
+  }
   throw CimError(CIM_ERR_NOT_FOUND, "instance " + path.toString() + " does not exist");
 }
 
