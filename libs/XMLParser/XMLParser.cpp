@@ -48,7 +48,8 @@ struct Block {
 
 struct DocImpl {
     XMLDoc doc{nullptr, nullptr};
-    char* text = nullptr;  // the parsed copy: every string lives here
+    char* text = nullptr;  // the parsed text: every string lives here
+    bool ownsText = true;  // false when the caller lent its buffer
     // In allocation order, which is document order; a released block is NULL.
     std::vector<Block*> blocks;
     std::size_t used = kNodesPerBlock;  // nodes used in the newest block
@@ -60,7 +61,7 @@ struct DocImpl {
     DocImpl& operator=(const DocImpl&) = delete;
     ~DocImpl() {
         for (Block* b : blocks) Block::destroy(b);
-        delete[] text;
+        if (ownsText) delete[] text;
     }
 
     XMLNode* newNode(int type, XMLNode* parent) {
@@ -235,13 +236,20 @@ XMLNode* convert(DocImpl& impl, pugi::xml_node root, std::size_t length) {
     return top;
 }
 
-XMLDoc* parse(XMLParseContext* ctx, const char* text, std::size_t length) {
+// Parses `length` bytes of the caller's `text` in place when `lent`, else a
+// private copy of them.
+XMLDoc* parse(XMLParseContext* ctx, const char* text, std::size_t length, char* lent = nullptr) {
     DocImpl* impl = nullptr;
     try {
         impl = new DocImpl();
-        impl->text = new char[length + 1];
-        std::memcpy(impl->text, text, length);
-        impl->text[length] = '\0';
+        if (lent) {
+            impl->text = lent;
+            impl->ownsText = false;
+        } else {
+            impl->text = new char[length + 1];
+            std::memcpy(impl->text, text, length);
+            impl->text[length] = '\0';
+        }
 
         pugi::xml_document pdoc;
         pugi::xml_parse_result r = pdoc.load_buffer_inplace(impl->text, length, kParseOptions, pugi::encoding_utf8);
@@ -300,6 +308,14 @@ XMLDoc* parseText(XMLParseContext* ctx, const char* text) {
         return nullptr;
     }
     return parse(ctx, text, std::strlen(text));
+}
+
+XMLDoc* parseTextInPlace(XMLParseContext* ctx, char* text) {
+    if (!text) {
+        setError(ctx, kNoText, 0, "No text to parse");
+        return nullptr;
+    }
+    return parse(ctx, text, std::strlen(text), text);
 }
 
 const char* getErrorText(XMLParseContext* ctx) { return ctx ? ctx->errorText : ""; }

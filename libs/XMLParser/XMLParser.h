@@ -72,6 +72,12 @@ XMLPARSER_API XMLDoc* parseText(XMLParseContext* ctx, const char* text);
 /* Same, for a text of known length (need not be NUL-terminated). */
 XMLPARSER_API XMLDoc* parseTextLength(XMLParseContext* ctx, const char* text, size_t length);
 
+/* Same as parseText, without the copy: the text is parsed where it stands
+ * and so is changed. The document's strings point into it, so the caller
+ * keeps it unchanged until after freeXMLDoc, and frees it itself. For a large
+ * buffer the caller has no further use for. */
+XMLPARSER_API XMLDoc* parseTextInPlace(XMLParseContext* ctx, char* text);
+
 /* Text of the last error kept in ctx ("" when there was none). Never NULL. */
 XMLPARSER_API const char* getErrorText(XMLParseContext* ctx);
 

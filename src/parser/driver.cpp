@@ -278,11 +278,7 @@ int walkTree(XMLNode* node, XMLDoc* releasing) {
     return 0;
 }
 
-}  // namespace cimxml::parser
-
-extern "C" {
-
-CIM* parseXML(const char* text) {
+CIM* parseDocument(const char* text, char* scratch) {
     top = -1;
     std::memset(::map, 0, sizeof ::map);
     releaseUnlinked();
@@ -293,7 +289,7 @@ CIM* parseXML(const char* text) {
     if (!start) return nullptr;
 
     XMLParseContext context{};
-    XMLDoc* doc = parseText(&context, start);
+    XMLDoc* doc = scratch ? parseTextInPlace(&context, scratch + (start - text)) : parseText(&context, start);
     if (!doc) {
         std::printf("\n Invalid XML... %s", getErrorText(&context));
         return nullptr;
@@ -305,5 +301,11 @@ CIM* parseXML(const char* text) {
     printStack();
     return static_cast<CIM*>(returnAddress);
 }
+
+}  // namespace cimxml::parser
+
+extern "C" {
+
+CIM* parseXML(const char* text) { return parseDocument(text, nullptr); }
 
 }  // extern "C"

@@ -70,6 +70,10 @@ std::size_t unlinkedCount();  // test seam
 // node blocks are released as the walk passes them.
 int walkTree(XMLNode* node, struct XMLDoc* releasing);
 
+// parseXML; with `scratch` (the same text, writable and no longer needed
+// by the caller) the text is parsed where it stands instead of copied.
+CIM* parseDocument(const char* text, char* scratch);
+
 // True when every rule of the element table names a field of the right kind.
 // A rule that does not resolve is skipped at run time.
 bool rulesResolved();

@@ -7,6 +7,7 @@
 #include "cimxml/parser.h"
 #include "cimxml/writer.h"
 #include "model/alloc.h"
+#include "parser/parser_internal.h"
 
 namespace cimxml::xmlops {
 namespace {
@@ -152,7 +153,8 @@ CIM* exchange(ClientHandle* handle, char* requestText, Error** errorOut) {
         EmptyPrintf("\n\n Couldn't send request !!!!!!!\n\n");
         return nullptr;
     }
-    CIM* reply = parseXML(replyText);
+    // The body is ours and of no further use: parsed where it stands.
+    CIM* reply = cimxml::parser::parseDocument(replyText, replyText);
     std::free(replyText);
     return reply;
 }

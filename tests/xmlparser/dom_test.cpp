@@ -86,3 +86,28 @@ TEST(Dom, OnlyPredefinedEntitiesAndCharacterReferencesAreDecoded) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST(Dom, InPlaceParseGivesTheSameTreeAndErrors) {
+    const std::string text =
+        "<?xml version=\"1.0\"?><CIM><A x='1 &amp; 2'>t<!-- c -->u</A><B><![CDATA[<x/>]]></B></CIM>";
+    DocPtr copied = parse(text);
+    ASSERT_TRUE(copied);
+    std::vector<char> buffer(text.begin(), text.end());
+    buffer.push_back('\0');
+    XMLParseContext ctx{};
+    DocPtr inPlace(parseTextInPlace(&ctx, buffer.data()));
+    ASSERT_TRUE(inPlace);
+    EXPECT_EQ(render(inPlace->root), render(copied->root));
+    // The strings live in the caller's buffer.
+    const char* value = inPlace->root->firstChild->attributes->value;
+    EXPECT_TRUE(value >= buffer.data() && value < buffer.data() + buffer.size());
+
+    char broken[] = "<CIM><A></CIM>";
+    EXPECT_EQ(parseTextInPlace(&ctx, broken), nullptr);
+    EXPECT_NE(std::string(getErrorText(&ctx)).find("at offset"), std::string::npos);
+    EXPECT_EQ(parseTextInPlace(&ctx, nullptr), nullptr);
+}
+
+}  // namespace

@@ -57,7 +57,8 @@ struct FaultOptions {
   // Answer every request with 401 Unauthorized, whatever the credentials.
   bool force401 = false;
   // Write these bytes verbatim instead of the real reply (status line,
-  // headers and body are all the caller's).  Empty = off.
+  // headers and body are all the caller's).  The request is then not
+  // served: the repository is neither read nor changed.  Empty = off.
   std::string cannedReply;
   // Only the first N replies misbehave, later ones are normal.  -1 = all.
   int faultyReplies = -1;
