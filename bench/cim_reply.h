@@ -1,10 +1,14 @@
 // Shared by the benches: a generated ~50 MB EnumerateInstances reply
 // (20,000 VALUE.NAMEDINSTANCE, each an INSTANCENAME with 2 KEYBINDINGs and an
 // INSTANCE with 20 PROPERTY and 1 PROPERTY.ARRAY, one element a line, the way
-// deployed brokers send it) and resident-memory probes.
+// deployed brokers send it), pugixml loading it as the baseline, and
+// resident-memory probes.
 #pragma once
 
+#include <benchmark/benchmark.h>
 #include <malloc.h>
+
+#include <pugixml.hpp>
 
 #include <cstring>
 #include <fstream>
@@ -62,6 +66,22 @@ inline long resetPeak() {
     malloc_trim(0);
     std::ofstream("/proc/self/clear_refs") << "5";
     return statusKb("VmRSS");
+}
+
+// The options libXMLParser gives pugixml.
+constexpr unsigned kPugiOptions = pugi::parse_default | pugi::parse_ws_pcdata_single;
+
+// pugixml loading the reply into its own DOM: the baseline the benches
+// compare with.
+inline void pugixmlLoad(benchmark::State& state) {
+    const std::string& text = reply();
+    for (auto _ : state) {
+        pugi::xml_document doc;
+        if (!doc.load_buffer(text.data(), text.size(), kPugiOptions, pugi::encoding_utf8))
+            state.SkipWithError("parse failed");
+        benchmark::DoNotOptimize(doc);
+    }
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * text.size()));
 }
 
 }  // namespace bench

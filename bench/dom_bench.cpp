@@ -22,7 +22,7 @@ using bench::reply;
 using bench::resetPeak;
 using bench::statusKb;
 
-constexpr unsigned kPugiOptions = pugi::parse_default | pugi::parse_ws_pcdata_single;
+using bench::kPugiOptions;
 
 size_t countNodes(const XMLNode* root) {
     size_t count = 0;
@@ -78,16 +78,7 @@ void BM_ParseText(benchmark::State& state) {
 }
 BENCHMARK(BM_ParseText)->Unit(benchmark::kMillisecond);
 
-void BM_PugixmlLoad(benchmark::State& state) {
-    const std::string& text = reply();
-    for (auto _ : state) {
-        pugi::xml_document pdoc;
-        if (!pdoc.load_buffer(text.data(), text.size(), kPugiOptions, pugi::encoding_utf8))
-            state.SkipWithError("parse failed");
-        benchmark::DoNotOptimize(pdoc);
-    }
-    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * text.size()));
-}
+void BM_PugixmlLoad(benchmark::State& state) { bench::pugixmlLoad(state); }
 BENCHMARK(BM_PugixmlLoad)->Unit(benchmark::kMillisecond);
 
 }  // namespace

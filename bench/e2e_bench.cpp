@@ -14,7 +14,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
-#include <map>
 #include <memory>
 #include <string>
 #include <unistd.h>
@@ -23,6 +22,7 @@
 #include "cimxml/client.h"
 #include "cimxml/lifecycle.h"
 #include "cimxml/parser.h"
+#include "best_reporter.h"
 
 namespace {
 
@@ -164,35 +164,16 @@ BENCHMARK(BM_EnumerateInstancesCanned)->Unit(benchmark::kMillisecond)->UseRealTi
 BENCHMARK(BM_EnumerateInstancesLive)->Unit(benchmark::kMillisecond)->UseRealTime()->Repetitions(3);
 BENCHMARK(BM_GetInstanceRoundTrip)->Unit(benchmark::kMicrosecond)->UseRealTime()->Repetitions(3);
 
-class SummaryReporter : public benchmark::ConsoleReporter {
-public:
-    std::map<std::string, double> best;  // seconds per iteration
-
-    void ReportRuns(const std::vector<Run>& runs) override {
-        for (const Run& run : runs) {
-            if (run.run_type != Run::RT_Iteration || run.iterations == 0 || run.error_occurred) continue;
-            double seconds = run.real_accumulated_time / static_cast<double>(run.iterations);
-            double& b = best[run.run_name.function_name];
-            if (b == 0 || seconds < b) b = seconds;
-        }
-        ConsoleReporter::ReportRuns(runs);
-    }
-};
-
 }  // namespace
 
 int main(int argc, char** argv) {
     benchmark::Initialize(&argc, argv);
-    SummaryReporter reporter;
+    bench::BestReporter reporter(true);
     benchmark::RunSpecifiedBenchmarks(&reporter);
-    auto get = [&](const char* name) {
-        auto it = reporter.best.find(name);
-        return it == reporter.best.end() ? 0.0 : it->second;
-    };
-    double parse = get("BM_ParseXML");
-    double canned = get("BM_EnumerateInstancesCanned");
-    double live = get("BM_EnumerateInstancesLive");
-    double round = get("BM_GetInstanceRoundTrip");
+    double parse = reporter.seconds("BM_ParseXML");
+    double canned = reporter.seconds("BM_EnumerateInstancesCanned");
+    double live = reporter.seconds("BM_EnumerateInstancesLive");
+    double round = reporter.seconds("BM_GetInstanceRoundTrip");
     if (parse > 0 && canned > 0)
         std::printf("EnumerateInstances of %d instances (%.1f MB): parseXML %.0f ms, end to end %.0f ms canned "
                     "(ratio %.2f, %s) and %.0f ms live (ratio %.2f)\n",

@@ -7,13 +7,11 @@
 //    multiples of the document size (target <= 5x).
 #include <benchmark/benchmark.h>
 
-#include <pugixml.hpp>
-
 #include <chrono>
 #include <cstdio>
-#include <map>
 #include <string>
 
+#include "best_reporter.h"
 #include "cim_reply.h"
 #include "cimxml/lifecycle.h"
 #include "cimxml/parser.h"
@@ -21,8 +19,6 @@
 namespace {
 
 using bench::reply;
-
-constexpr unsigned kPugiOptions = pugi::parse_default | pugi::parse_ws_pcdata_single;
 
 int countInstances(const CIM* cim) {
     if (!cim || !cim->message || !cim->message->simpleRsp || !cim->message->simpleRsp->iMethodResponse ||
@@ -54,16 +50,7 @@ void BM_ParseXML(benchmark::State& state) {
 }
 BENCHMARK(BM_ParseXML)->Unit(benchmark::kMillisecond)->Repetitions(3);
 
-void BM_PugixmlLoad(benchmark::State& state) {
-    const std::string& text = reply();
-    for (auto _ : state) {
-        pugi::xml_document doc;
-        if (!doc.load_buffer(text.data(), text.size(), kPugiOptions, pugi::encoding_utf8))
-            state.SkipWithError("parse failed");
-        benchmark::DoNotOptimize(doc);
-    }
-    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * text.size()));
-}
+void BM_PugixmlLoad(benchmark::State& state) { bench::pugixmlLoad(state); }
 BENCHMARK(BM_PugixmlLoad)->Unit(benchmark::kMillisecond)->Repetitions(3);
 
 double g_peakX = 0, g_keptX = 0;
@@ -85,29 +72,14 @@ void BM_ParseXMLMemory(benchmark::State& state) {
 }
 BENCHMARK(BM_ParseXMLMemory)->Iterations(1)->Unit(benchmark::kMillisecond);
 
-class BestReporter : public benchmark::ConsoleReporter {
-public:
-    std::map<std::string, double> best;  // seconds per iteration
-
-    void ReportRuns(const std::vector<Run>& runs) override {
-        for (const Run& run : runs) {
-            if (run.run_type != Run::RT_Iteration || run.iterations == 0 || run.error_occurred) continue;
-            double seconds = run.real_accumulated_time / static_cast<double>(run.iterations);
-            double& b = best[run.run_name.function_name];
-            if (b == 0 || seconds < b) b = seconds;
-        }
-        ConsoleReporter::ReportRuns(runs);
-    }
-};
-
 }  // namespace
 
 int main(int argc, char** argv) {
     benchmark::Initialize(&argc, argv);
-    BestReporter reporter;
+    bench::BestReporter reporter(true);
     benchmark::RunSpecifiedBenchmarks(&reporter);
     double mb = static_cast<double>(reply().size()) / 1e6;
-    double ours = reporter.best["BM_ParseXML"], pugi = reporter.best["BM_PugixmlLoad"];
+    double ours = reporter.seconds("BM_ParseXML"), pugi = reporter.seconds("BM_PugixmlLoad");
     if (ours > 0 && pugi > 0) {
         double ratio = pugi / ours;
         std::printf("document %.1f MB: parseXML %.0f MB/s, pugixml load %.0f MB/s, ratio %.2f (target >= 0.15, %s)\n",

@@ -11,11 +11,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <map>
 #include <string>
 
 #include "cimxml/lifecycle.h"
 #include "cimxml/writer.h"
+#include "best_reporter.h"
 
 namespace {
 
@@ -128,54 +128,28 @@ void BM_PugixmlSave(benchmark::State& state) {
 BENCHMARK(BM_GenCIM)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond)->Repetitions(5)->MinWarmUpTime(0.2);
 BENCHMARK(BM_PugixmlSave)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond)->Repetitions(5)->MinWarmUpTime(0.2);
 
-// Keeps each case's best CPU time per iteration for the summary.
-class SummaryReporter : public benchmark::ConsoleReporter {
-public:
-    struct Result {
-        double seconds = 0;
-        double bytesPerSecond = 0;
-    };
-    std::map<std::string, Result> results;
-
-    void ReportRuns(const std::vector<Run>& runs) override {
-        for (const Run& run : runs) {
-            if (run.run_type != Run::RT_Iteration || run.iterations == 0) continue;
-            double seconds = run.cpu_accumulated_time / static_cast<double>(run.iterations);
-            auto it = run.counters.find("bytes_per_second");
-            double bps = it != run.counters.end() ? static_cast<double>(it->second) : 0.0;
-            Result& best = results[run.run_name.function_name + "/" + run.run_name.args];
-            if (best.seconds == 0 || seconds < best.seconds) best = {seconds, bps};
-        }
-        ConsoleReporter::ReportRuns(runs);
-    }
-};
-
 }  // namespace
 
 int main(int argc, char** argv) {
     benchmark::Initialize(&argc, argv);
-    SummaryReporter reporter;
+    bench::BestReporter reporter(false);
     benchmark::RunSpecifiedBenchmarks(&reporter);
 
-    auto get = [&](const char* name) -> const SummaryReporter::Result* {
-        auto it = reporter.results.find(name);
-        return it == reporter.results.end() ? nullptr : &it->second;
-    };
-    const auto* small = get("BM_GenCIM/10000");
-    const auto* large = get("BM_GenCIM/100000");
-    const auto* pugiSmall = get("BM_PugixmlSave/10000");
-    const auto* pugiLarge = get("BM_PugixmlSave/100000");
-    if (small && large) {
-        double ratio = large->seconds / small->seconds;
+    const auto small = reporter.best("BM_GenCIM/10000");
+    const auto large = reporter.best("BM_GenCIM/100000");
+    const auto pugiSmall = reporter.best("BM_PugixmlSave/10000");
+    const auto pugiLarge = reporter.best("BM_PugixmlSave/100000");
+    if (small.seconds > 0 && large.seconds > 0) {
+        double ratio = large.seconds / small.seconds;
         std::printf("writer: %.0f MB/s at 10,000 properties, %.0f MB/s at 100,000; time ratio 100k/10k = %.2fx (%s)\n",
-                    small->bytesPerSecond / 1e6, large->bytesPerSecond / 1e6, ratio,
+                    small.bytesPerSecond / 1e6, large.bytesPerSecond / 1e6, ratio,
                     ratio <= 11.0 ? "within 11x" : "OVER 11x");
     }
-    if (small && large && pugiSmall && pugiLarge) {
+    if (small.seconds > 0 && large.seconds > 0 && pugiSmall.seconds > 0 && pugiLarge.seconds > 0) {
         std::printf("pugixml save: %.0f MB/s at 10,000, %.0f MB/s at 100,000; writer/pugixml = %.2f and %.2f\n",
-                    pugiSmall->bytesPerSecond / 1e6, pugiLarge->bytesPerSecond / 1e6,
-                    small->bytesPerSecond / pugiSmall->bytesPerSecond,
-                    large->bytesPerSecond / pugiLarge->bytesPerSecond);
+                    pugiSmall.bytesPerSecond / 1e6, pugiLarge.bytesPerSecond / 1e6,
+                    small.bytesPerSecond / pugiSmall.bytesPerSecond,
+                    large.bytesPerSecond / pugiLarge.bytesPerSecond);
     }
     benchmark::Shutdown();
     return 0;

@@ -11,10 +11,12 @@
 
 #include <pugixml.hpp>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <functional>
+#include <memory>
 #include <new>
 #include <stdexcept>
 #include <vector>
@@ -35,10 +37,7 @@ enum : int {
 constexpr std::size_t kNodesPerBlock = (32 * 1024 - 32) / sizeof(XMLNode);
 
 struct Block {
-    XMLNode nodes[kNodesPerBlock];
-
-    static Block* create() { return new Block; }  // nodes are set one by one as they are used
-    static void destroy(Block* b) { delete b; }
+    XMLNode nodes[kNodesPerBlock];  // set one by one as they are used
 
     bool holds(const XMLNode* n) const {
         const std::less<const XMLNode*> before;
@@ -60,14 +59,15 @@ struct DocImpl {
     DocImpl(const DocImpl&) = delete;
     DocImpl& operator=(const DocImpl&) = delete;
     ~DocImpl() {
-        for (Block* b : blocks) Block::destroy(b);
+        for (Block* b : blocks) delete b;
         if (ownsText) delete[] text;
     }
 
     XMLNode* newNode(int type, XMLNode* parent) {
         if (used == kNodesPerBlock) {
-            blocks.reserve(blocks.size() + 1);
-            blocks.push_back(Block::create());
+            std::unique_ptr<Block> b(new Block);
+            blocks.push_back(b.get());
+            b.release();
             used = 0;
         }
         XMLNode* n = &blocks.back()->nodes[used++];
@@ -75,19 +75,13 @@ struct DocImpl {
         return n;
     }
 
-    static bool holdsAncestor(const Block* b, const XMLNode* node) {
+    // Frees block i unless it holds an ancestor of `node`; true when kept.
+    bool keepOrRelease(std::size_t i, const XMLNode* node) {
         for (const XMLNode* a = node->parent; a; a = a->parent)
-            if (b->holds(a)) return true;
+            if (blocks[i]->holds(a)) return true;
+        delete blocks[i];
+        blocks[i] = nullptr;
         return false;
-    }
-
-    void release(std::size_t i, const XMLNode* node) {
-        if (holdsAncestor(blocks[i], node)) {
-            pinned.push_back(i);
-        } else {
-            Block::destroy(blocks[i]);
-            blocks[i] = nullptr;
-        }
     }
 
     // Called with nodes in document order; does work only when `node` lies
@@ -97,10 +91,11 @@ struct DocImpl {
         std::size_t at = walked + 1;
         while (at < blocks.size() && !blocks[at]->holds(node)) ++at;
         if (at >= blocks.size()) return;  // not a node of this document, or an earlier one
-        std::vector<std::size_t> stillPinned;
-        stillPinned.swap(pinned);
-        for (std::size_t i : stillPinned) release(i, node);
-        for (std::size_t i = walked; i < at; ++i) release(i, node);
+        pinned.reserve(pinned.size() + (at - walked));  // may throw; nothing is released yet
+        auto stillPinned = [&](std::size_t i) { return !keepOrRelease(i, node); };
+        pinned.erase(std::remove_if(pinned.begin(), pinned.end(), stillPinned), pinned.end());
+        for (std::size_t i = walked; i < at; ++i)
+            if (keepOrRelease(i, node)) pinned.push_back(i);
         walked = at;
     }
 };
@@ -172,6 +167,13 @@ XMLNode* convert(DocImpl& impl, pugi::xml_node root, std::size_t length) {
     pugi::xml_node src = root;
     XMLNode* last = nullptr;     // last child of cur so far
     char* textEnd = nullptr;     // end of last's value when last is a merged text
+    auto appendLeaf = [&](int type, pugi::xml_node source) {
+        XMLNode* t = impl.newNode(type, cur);
+        t->value = source.value();
+        append(cur, last, t);
+        last = t;
+        textEnd = nullptr;
+    };
     for (;;) {
         pugi::xml_node c = src.first_child();
         if (!c) {
@@ -213,21 +215,12 @@ XMLNode* convert(DocImpl& impl, pugi::xml_node root, std::size_t length) {
                     std::memmove(textEnd, piece, n + 1);
                     textEnd += n;
                 } else {
-                    XMLNode* t = impl.newNode(XML_TEXT_NODE, cur);
-                    t->value = c.value();
-                    append(cur, last, t);
-                    last = t;
-                    textEnd = nullptr;
+                    appendLeaf(XML_TEXT_NODE, c);
                 }
                 break;
-            case pugi::node_cdata: {
-                XMLNode* t = impl.newNode(XML_CDATA_SECTION_NODE, cur);
-                t->value = c.value();
-                append(cur, last, t);
-                last = t;
-                textEnd = nullptr;
+            case pugi::node_cdata:
+                appendLeaf(XML_CDATA_SECTION_NODE, c);
                 break;
-            }
             default:  // declarations, comments, PIs, DOCTYPE: not represented
                 break;
         }

@@ -125,11 +125,11 @@ bool link(const ResolvedElement& e, void* record, ElementId parentId, void* pare
         if (l.how == Link::NoSlot) return false;
         void*& slot = pointerAt(parentRecord, l.offset);
         if (l.how == Link::Append) {
-            void** at = walkActive() ? knownListEnd(parentRecord, &slot) : nullptr;
-            if (!at) at = &slot;
+            ListEnd* end = walkActive() ? listEndOf(parentRecord, &slot) : nullptr;
+            void** at = end && end->lastNext && slot ? end->lastNext : &slot;
             while (*at) at = &pointerAt(*at, e.nextOffset);
             *at = record;
-            if (walkActive()) rememberListEnd(parentRecord, &slot, &pointerAt(record, e.nextOffset));
+            if (end) end->lastNext = &pointerAt(record, e.nextOffset);
         } else {
             void* displaced = slot;
             slot = record;

@@ -43,14 +43,12 @@ bool sameName(const char* entryName, const char* name) {
 }
 
 // List ends remembered per stack entry; a record rarely fills more than a
-// few lists, and a miss only costs a walk along the list.
-struct ListEnd {
-    void** head;
-    void** lastNext;
-};
+// few lists, and a miss only costs a walk along the list. A way counts only
+// in the generation it was taken in, so forgetting them all is one increment.
 constexpr int kListEndWays = 4;
 ListEnd g_listEnds[CIMXML_ELEMENT_STACK_SIZE][kListEndWays];
 unsigned char g_listEndVictim[CIMXML_ELEMENT_STACK_SIZE];
+std::uint64_t g_listEndGeneration = 1;
 
 // The stack entry that holds `record`, when it is the current top.
 int entryOfTop(const void* record) {
@@ -139,29 +137,19 @@ void copyName(char* out, const char* name) {
     out[n] = '\0';
 }
 
-void** knownListEnd(void* parentRecord, void** head) {
+ListEnd* listEndOf(void* parentRecord, void** head) {
     int at = entryOfTop(parentRecord);
-    if (at < 0 || !*head) return nullptr;
-    for (const ListEnd& e : g_listEnds[at])
-        if (e.head == head) return e.lastNext;
-    return nullptr;
-}
-
-void rememberListEnd(void* parentRecord, void** head, void** lastNext) {
-    int at = entryOfTop(parentRecord);
-    if (at < 0) return;
-    for (ListEnd& e : g_listEnds[at]) {
-        if (e.head == head) {
-            e.lastNext = lastNext;
-            return;
-        }
-    }
+    if (at < 0) return nullptr;
+    for (ListEnd& e : g_listEnds[at])
+        if (e.head == head && e.generation == g_listEndGeneration) return &e;
     unsigned char& victim = g_listEndVictim[at];
-    g_listEnds[at][victim] = ListEnd{head, lastNext};
+    ListEnd& e = g_listEnds[at][victim];
     victim = static_cast<unsigned char>((victim + 1) % kListEndWays);
+    e = ListEnd{head, nullptr, g_listEndGeneration};
+    return &e;
 }
 
-void forgetListEnds() { std::memset(g_listEnds, 0, sizeof g_listEnds); }
+void forgetListEnds() { ++g_listEndGeneration; }
 
 WalkScope::WalkScope() : outer(g_walkDepth == 0) {
     if (outer) forgetListEnds();
@@ -225,8 +213,6 @@ void removeParent(const char* name) {
 }
 
 int printStack(void) { return 0; }
-
-int recursiveParseCIM(XMLNode* node) { return walkTree(node, nullptr); }
 
 }  // extern "C"
 
@@ -305,6 +291,8 @@ CIM* parseDocument(const char* text, char* scratch) {
 }  // namespace cimxml::parser
 
 extern "C" {
+
+int recursiveParseCIM(XMLNode* node) { return walkTree(node, nullptr); }
 
 CIM* parseXML(const char* text) { return parseDocument(text, nullptr); }
 

@@ -49,12 +49,17 @@ struct WalkScope {
 bool walkActive();
 // The walk remembers, per element-stack entry, where the lists of that
 // entry's record end, so appending the 20,000th instance does not walk the
-// 19,999 before it. knownListEnd gives the remembered next-field of the last
-// record of the list headed at `head` (NULL when unknown); `parentRecord` must
-// be the record of the current top entry, as it is for every link the walk
-// makes. A freed record forgets everything (its address may come back).
-void** knownListEnd(void* parentRecord, void** head);
-void rememberListEnd(void* parentRecord, void** head, void** lastNext);
+// 19,999 before it. listEndOf gives the memory of the list headed at `head`
+// (lastNext: the next-field of its last record, NULL when not known), or NULL
+// when `parentRecord` is not the record of the current top entry; for every
+// link the walk makes, it is. A freed record forgets everything (its address
+// may come back).
+struct ListEnd {
+    void** head;
+    void** lastNext;
+    std::uint64_t generation;
+};
+ListEnd* listEndOf(void* parentRecord, void** head);
 void forgetListEnds();
 
 // A record built during the walk that nothing links. Kept until the next

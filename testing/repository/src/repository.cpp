@@ -471,6 +471,12 @@ Instance Repository::filterInstance(const std::string& ns, const Instance& inst,
 }
 
 namespace {
+// Gives the wanted key `name` the class's type, references aside.
+void typeKey(ObjectPath& want, const std::string& name, Type type) {
+  for (auto& k : want.keys)
+    if (iequals(k.name, name) && type != Type::Reference && k.type != Type::Reference) k.type = type;
+}
+
 bool instanceMatches(const NsData& n, const Instance& i, const ObjectPath& path, const Repository& repo) {
   if (!isAIn(n, i.className, path.className) && !isAIn(n, path.className, i.className)) return false;
   ObjectPath mine = repo.pathOf(n.name, i);
@@ -481,9 +487,7 @@ bool instanceMatches(const NsData& n, const Instance& i, const ObjectPath& path,
   mine.nameSpace.clear();
   if (want.keys.size() == 1 && mine.keys.size() == 1 && want.keys[0].name.empty()) want.keys[0].name = mine.keys[0].name;
   // Type the wanted keys by the class.
-  for (auto& k : want.keys)
-    for (const auto& m : mine.keys)
-      if (iequals(k.name, m.name) && m.type != Type::Reference && k.type != Type::Reference) k.type = m.type;
+  for (const auto& m : mine.keys) typeKey(want, m.name, m.type);
   return samePath(mine, want);
 }
 }  // namespace
@@ -498,10 +502,8 @@ std::size_t indexOf(const NsData& n, const ObjectPath& path, const Repository& r
   if (c && !unnamedKey) {
     // Typed by the class, as instanceMatches types them.
     ObjectPath typed = path;
-    for (auto& k : typed.keys)
-      for (const auto& cp : c->properties)
-        if (cp.isKey() && iequals(k.name, cp.name) && cp.type != Type::Reference && k.type != Type::Reference)
-          k.type = cp.type;
+    for (const auto& cp : c->properties)
+      if (cp.isKey()) typeKey(typed, cp.name, cp.type);
     std::size_t best = kNoInstance;
     auto range = n.byKeys.equal_range(keySignature(typed));
     for (auto it = range.first; it != range.second; ++it)
