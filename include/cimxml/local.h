@@ -320,6 +320,49 @@ CIMXML_API int mapInstance(CIMCInstance* instance, NamedInstance* namedInstance)
 CIMXML_API int mapGetInstance(Instance* instanceRecord, CIMCInstance* instance);
 CIMXML_API int mapGetClass(CIMCClass* cimClass, Class* classRecord);
 
+/* ---- names, paths and association results ---------------------------------
+ * Each map* function fills one zero-filled destination record from a broker
+ * object; each AddTo* function appends a new node at the tail of *head and
+ * fills it. 0 on success, a negative value when an allocation fails (the
+ * records built so far stay in the destination). Broker objects stay the
+ * broker's: nothing here releases the object it was handed. */
+
+/* The keys of a broker object path as a KeyBinding chain (name, value text,
+ * type name); reference keys become bindings that carry a ValueReference. */
+CIMXML_API int GetKeyBindingValues(CIMCObjectPath* objectPath, KeyBinding** keyBindingsOut);
+/* A new InstanceName (class name and key bindings) for a broker object path. */
+CIMXML_API int GetKeysFromObjectPath(CIMCObjectPath* objectPath, InstanceName** instanceNameOut);
+/* The reverse, for requests: each KeyBinding of instanceName becomes a key of
+ * objectPath (strings as text, numbers and booleans typed, references as
+ * nested object paths made through env). 0, or -1 for a NULL argument. */
+CIMXML_API int CIMC_AddKeyValues(CIMCObjectPath* objectPath, InstanceName* instanceName, CIMCEnv* env);
+/* Class name and key bindings of objectPath into a zero-filled InstanceName. */
+CIMXML_API int mapEnumInstanceNames(CIMCObjectPath* objectPath, InstanceName* instanceName);
+CIMXML_API int AddToEnumInstanceNameList(InstanceName** head, CIMCObjectPath* objectPath);
+/* The class name and properties of a broker instance into an Instance. */
+CIMXML_API int util_GetInstanceValues(CIMCInstance* instance, Instance* instanceRecord);
+/* An ObjectWithPath for an instance returned by an association operation:
+ * instancePath (host, namespace path "root" + the tail of the broker's
+ * namespace from "interop", else "cimv2", else "", and the InstanceName) and
+ * the Instance. */
+CIMXML_API int mapAssociators(CIMCInstance* instance, ObjectWithPath* objectWithPath);
+CIMXML_API int mapReferences(CIMCInstance* instance, ObjectWithPath* objectWithPath);
+CIMXML_API int AddToAssociatorList(ObjectWithPath** head, CIMCInstance* instance);
+/* An ObjectPath (instancePath as above) for a path returned by
+ * AssociatorNames or ReferenceNames. */
+CIMXML_API int mapAssociatorNames(CIMCObjectPath* objectPath, ObjectPath* path);
+CIMXML_API int mapReferenceNames(CIMCObjectPath* objectPath, ObjectPath* path);
+/* The path CreateInstance returned, as an InstanceName. */
+CIMXML_API int mapCreateinstance(CIMCObjectPath* objectPath, InstanceName* instanceName);
+/* Appends one ParamValue named `name` for a broker data item: paramType from
+ * the type code, a value text (Value), a ValueArray for arrays, a
+ * ValueReference for references. A null item gets name and type only. */
+CIMXML_API int mapInvokeReturnValue(const char* name, CIMCData* data, ParamValue** head);
+/* The result of a method call as the HTTP back end hands it back: a node
+ * "ReturnValue" for returnValue, then one node per output argument in the
+ * broker's order. *outParams must be NULL or a chain to append to. */
+CIMXML_API int CIMC_Handle_Invoke_ReturnValues(CIMCData* returnValue, CIMCArgs* outArgs, ParamValue** outParams);
+
 CIMXML_END_DECLS
 
 #endif

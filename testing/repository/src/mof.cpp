@@ -1,5 +1,8 @@
 // MOF loader (DSP0221 subset used by hand-written fixtures).
+#include <algorithm>
 #include <cctype>
+#include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <limits>
 #include <map>
@@ -771,6 +774,25 @@ void loadMofFile(Repository& repo, const std::string& path, const MofOptions& op
   std::stringstream ss;
   ss << in.rdbuf();
   loadMofText(repo, ss.str(), path, options);
+}
+
+std::string sampleRepositoryDir() {
+  if (const char* e = std::getenv("CIMMOCK_SAMPLE_DIR"))
+    if (*e) return e;
+#ifdef CIMMOCK_SAMPLE_DIR
+  return CIMMOCK_SAMPLE_DIR;
+#else
+  return "testing/mof";
+#endif
+}
+
+std::vector<std::string> sampleMofFiles() {
+  std::vector<std::string> files;
+  std::error_code ec;
+  for (const auto& e : std::filesystem::directory_iterator(sampleRepositoryDir(), ec))
+    if (e.path().extension() == ".mof") files.push_back(e.path().string());
+  std::sort(files.begin(), files.end());
+  return files;
 }
 
 }  // namespace cimmock

@@ -576,23 +576,4 @@ std::string Server::handleCimXml(const std::string& body, int* httpStatus) {
   return out;
 }
 
-std::string sampleRepositoryDir() {
-  if (const char* e = std::getenv("CIMMOCK_SAMPLE_DIR"))
-    if (*e) return e;
-#ifdef CIMMOCK_SAMPLE_DIR
-  return CIMMOCK_SAMPLE_DIR;
-#else
-  return "testing/mof";
-#endif
-}
-
-std::vector<std::string> sampleMofFiles() {
-  std::vector<std::string> files;
-  std::error_code ec;
-  for (const auto& e : std::filesystem::directory_iterator(sampleRepositoryDir(), ec))
-    if (e.path().extension() == ".mof") files.push_back(e.path().string());
-  std::sort(files.begin(), files.end());
-  return files;
-}
-
 }  // namespace cimmock

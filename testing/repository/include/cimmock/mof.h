@@ -12,6 +12,7 @@
 
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "cimmock/repository.h"
 
@@ -37,5 +38,12 @@ void loadMofText(Repository& repo, const std::string& text, const std::string& f
                  const MofOptions& options = MofOptions());
 // Loads a MOF file.  Throws MofError (also when the file cannot be read).
 void loadMofFile(Repository& repo, const std::string& path, const MofOptions& options = MofOptions());
+
+// Absolute path of the sample repository directory shipped in testing/mof
+// (compiled in at build time; overridden by the environment variable
+// CIMMOCK_SAMPLE_DIR when set).
+std::string sampleRepositoryDir();
+// The sample MOF files of that directory, in load order.
+std::vector<std::string> sampleMofFiles();
 
 }  // namespace cimmock

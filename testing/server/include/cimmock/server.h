@@ -26,6 +26,8 @@
 #include <string>
 #include <vector>
 
+#include "cimmock/mof.h"
+
 namespace cimmock {
 
 class Repository;
@@ -145,11 +147,6 @@ private:
   std::unique_ptr<Impl> impl_;
 };
 
-// Absolute path of the sample repository directory shipped in testing/mof
-// (compiled in at build time; overridden by the environment variable
-// CIMMOCK_SAMPLE_DIR when set).
-std::string sampleRepositoryDir();
-// The sample MOF files of that directory, in load order.
-std::vector<std::string> sampleMofFiles();
+// sampleRepositoryDir() and sampleMofFiles() live in cimmock/mof.h.
 
 }  // namespace cimmock
