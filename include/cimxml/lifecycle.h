@@ -181,6 +181,14 @@ CIMXML_API int AddToKeyBindingList(KeyBinding** head, const char* name, const ch
                                    const char* referenceClassName, const char* nameSpace,
                                    KeyBinding* referenceKeyBindings);
 
+/* Appends a PropertyReference (name and referenceClass copied when
+ * propertyName is set). With keyBindings it also gets a ValueReference and a
+ * new InstanceName of referenceClassName holding the bindings. Only with a
+ * namespace chain is that reference filled: the chain's first node becomes
+ * its namespace path and takes the bindings over; that node's `next` is cut
+ * to NULL, and the rest of the chain stays the caller's. Without a namespace
+ * chain the reference stays empty and the key bindings stay the caller's.
+ * On a failure the new instance name (with the bindings) is freed, -1. */
 CIMXML_API int AddToPropertyReferenceList(PropertyReference** head, KeyBinding* keyBindings, Namespace* namespaces,
                                           const char* referenceClassName, const char* propertyName);
 

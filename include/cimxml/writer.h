@@ -11,11 +11,11 @@
  * several irregular attribute forms are kept on purpose: the object managers
  * this library talks to accept exactly this text.
  *
- * Writing a Value with embedded == 1 consumes its instance's property lists:
- * afterwards instance->properties and instance->propertyArrays are NULL and
- * the records that hung there have been freed (the instance owned them), so
- * do not keep pointers into those lists across a write. Writing the same
- * value again writes the instance without properties.
+ * Writing a Value with embedded == 1 detaches its instance's property lists:
+ * afterwards instance->properties and instance->propertyArrays are NULL. The
+ * records that hung there are not freed: they are the caller's to free
+ * through the references it kept (or they are lost). Writing the same value
+ * again writes the instance without properties.
  */
 #ifndef CIMXML_WRITER_H
 #define CIMXML_WRITER_H

@@ -188,8 +188,10 @@ int AddToPropertyReferenceList(PropertyReference** head, KeyBinding* keyBindings
     node->valueReference = ref;
 
     if (!namespaces) {
-        // The reference stays empty; the instance name would be attached to
-        // nothing, so it is released here rather than lost.
+        // The reference stays empty and the new instance name belongs to
+        // nothing. The key bindings stay the caller's, so only our own shell
+        // goes.
+        instanceName->keyBindings = nullptr;
         Free_InstanceName(instanceName);
         return 0;
     }
@@ -202,9 +204,8 @@ int AddToPropertyReferenceList(PropertyReference** head, KeyBinding* keyBindings
         Free_ValueReference(ref);
         return -1;
     }
-    // Only the first namespace node is used; the rest of the chain is
-    // released since the caller handed the chain over.
-    Free_Namespace(namespaces->next);
+    // Only the first namespace node is taken: the cut-off rest of the chain
+    // stays the caller's.
     namespaces->next = nullptr;
     nsPath->namespaces = namespaces;
     path->localNamespacePath = nsPath;

@@ -1,5 +1,4 @@
 // VALUE: plain text, or an embedded instance written as a CDATA section.
-#include "cimxml/lifecycle.h"
 #include "writer/template.h"
 
 namespace cimxml::writer {
@@ -48,14 +47,10 @@ void writeEmbeddedInstance(OutBuf& out, Instance* inst) noexcept {
             out.lit("</PROPERTY.ARRAY>");
         }
         // Writing consumes the property lists: a second write of this value
-        // shows an instance without properties. The detached records were
-        // owned by the instance, so they are released rather than leaked.
-        Property* properties = inst->properties;
-        PropertyArray* arrays = inst->propertyArrays;
+        // shows an instance without properties. The records are only
+        // detached: callers free them through the references they kept.
         inst->properties = nullptr;
         inst->propertyArrays = nullptr;
-        Free_Property(properties);
-        Free_PropertyArray(arrays);
     }
     out.lit("</INSTANCE>]]></VALUE>");
 }

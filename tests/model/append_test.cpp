@@ -109,8 +109,8 @@ TEST(AddToPropertyReferenceList, FillsTheReferenceOnlyWithANamespace) {
     Namespace* nsChain = nullptr;
     nsChain = static_cast<Namespace*>(calloc(1, sizeof(Namespace)));
     nsChain->name = strdup("root/cimv2");
-    nsChain->next = static_cast<Namespace*>(calloc(1, sizeof(Namespace)));
-    nsChain->next->name = strdup("dropped");
+    Namespace* rest = nsChain->next = static_cast<Namespace*>(calloc(1, sizeof(Namespace)));
+    rest->name = strdup("cut off");
     ASSERT_EQ(AddToPropertyReferenceList(&list, keys, nsChain, "CIM_System", "GroupComponent"), 0);
     EXPECT_STREQ(list->name, "GroupComponent");
     EXPECT_STREQ(list->referenceClass, "CIM_System");
@@ -128,6 +128,13 @@ TEST(AddToPropertyReferenceList, FillsTheReferenceOnlyWithANamespace) {
     EXPECT_EQ(list->next->valueReference->localInstancePath, nullptr);  // stays empty
     EXPECT_EQ(list->next->name, nullptr);
     Free_PropertyReference(list);
+    // What the call left with the caller is still whole (the sanitizer build
+    // turns a freed record into a failure here) and the caller frees it.
+    EXPECT_STREQ(rest->name, "cut off");
+    EXPECT_STREQ(keys2->name, "Name");
+    EXPECT_STREQ(keys2->keyValue->value, "sys");
+    Free_Namespace(rest);
+    Free_KeyBinding(keys2);
 }
 
 // Every append fails cleanly at every allocation: -1, and what was linked

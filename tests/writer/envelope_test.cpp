@@ -83,8 +83,10 @@ TEST(Envelope, MethodCallWritesArrayBeforeReferenceAndTheMixedCaseClose) {
     call->responseDestination->instance = instance("CIM_Listener");
     CIM* cim = request(nullptr, call);
 
+    Property* mode = setting->value->instance->properties;  // detached by the write, still ours
     EXPECT_EQ(gen(Gen_CIM, cim), golden("invoke_method.xml"));
     Free_CIM(cim);
+    Free_Property(mode);
 }
 
 TEST(Envelope, MessageWithOnlyExportFieldsIsAnEmptyElement) {

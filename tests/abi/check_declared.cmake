@@ -1,0 +1,46 @@
+# Compares the dynamic symbols a library defines with the names its public
+# headers declare with CIMXML_API, so that a declared-but-missing or an
+# exported-but-undeclared name fails.
+# Run: cmake -DLIB=<lib.so> -DHEADERS=<dir> -P check_declared.cmake
+execute_process(COMMAND nm -D --defined-only ${LIB} OUTPUT_VARIABLE out RESULT_VARIABLE rc)
+if(NOT rc EQUAL 0)
+  message(FATAL_ERROR "nm failed on ${LIB}")
+endif()
+string(REGEX MATCHALL "[0-9a-fA-F]+ [A-Za-z] [^\n@]+" entries "${out}")
+set(exported "")
+foreach(entry ${entries})
+  string(REGEX REPLACE "^[0-9a-fA-F]+ [A-Za-z] " "" name "${entry}")
+  list(APPEND exported "${name}")
+endforeach()
+
+file(GLOB_RECURSE headers ${HEADERS}/*.h)
+set(declared "")
+foreach(header ${headers})
+  file(READ ${header} text)
+  # CMake lists split on ';' and pair up '[', so both read as '@' here. Comments and
+  # the macro's own definition may mention CIMXML_API; only declarations count.
+  string(REPLACE ";" "@" text "${text}")
+  string(REPLACE "[" "@" text "${text}")
+  string(REGEX REPLACE "/\\*([^*]|\\*+[^*/])*\\*+/" "" text "${text}")
+  string(REGEX REPLACE "#define[^\n]*" "" text "${text}")
+  string(REGEX MATCHALL "CIMXML_API[^@({]*[(@]" decls "${text}")
+  foreach(decl ${decls})
+    if(decl MATCHES "([A-Za-z_][A-Za-z0-9_]*)[ \t\n]*[(@]$")
+      list(APPEND declared "${CMAKE_MATCH_1}")
+    endif()
+  endforeach()
+endforeach()
+
+foreach(var exported declared)
+  list(REMOVE_DUPLICATES ${var})
+  list(SORT ${var})
+endforeach()
+set(missing ${declared})
+list(REMOVE_ITEM missing ${exported})
+set(undeclared ${exported})
+list(REMOVE_ITEM undeclared ${declared})
+if(missing OR undeclared)
+  message(FATAL_ERROR "Declared but not exported: ${missing}\nExported but not declared: ${undeclared}")
+endif()
+list(LENGTH declared n)
+message(STATUS "${n} declared names, all exported")
