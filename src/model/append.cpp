@@ -8,8 +8,10 @@
 
 #include "cimxml/lifecycle.h"
 #include "model/alloc.h"
+#include "model/namespace_tail.h"
 
 using cimxml::dupString;
+using cimxml::namespaceTail;
 using cimxml::newRecord;
 
 namespace {
@@ -42,15 +44,6 @@ char* namespaceBuffer(const char* text) {
     char* buffer = static_cast<char*>(cimxml::zalloc(kNamespaceBuffer));
     if (buffer && text) std::strncpy(buffer, text, kNamespaceBuffer - 1);
     return buffer;
-}
-
-// "root" + the tail of nameSpace from its first "interop", else its first
-// "cimv2", else an empty name.
-const char* namespaceTail(const char* nameSpace) {
-    if (!nameSpace) return "";
-    if (const char* at = std::strstr(nameSpace, "interop")) return at;
-    if (const char* at = std::strstr(nameSpace, "cimv2")) return at;
-    return "";
 }
 
 ClassName* newClassName(const char* name) {
