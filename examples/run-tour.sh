@@ -3,13 +3,12 @@
 # sample repository on a free loopback port, runs the tour against it and
 # stops the mock. Exits with the tour's status.
 #
-#   examples/run-tour.sh            (from anywhere; BUILD_DIR defaults to build)
+#   examples/run-tour.sh            (from anywhere; builds in build/)
 set -eu
 
 cd "$(dirname "$0")/.."
-build=${BUILD_DIR:-build}
-
-cmake -S . -B "$build"
+bash scripts/deps.sh
+build=$(bash scripts/configure.sh)
 cmake --build "$build" --target tour mock-cimom
 
 work=$(mktemp -d)

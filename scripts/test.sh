@@ -7,14 +7,12 @@ cd "$(dirname "$0")/.."
 bash scripts/deps.sh
 
 if [ "${1:-}" = "--sanitize" ]; then
-  dir=build-asan
-  cmake -S . -B "$dir" -G Ninja -DCMAKE_BUILD_TYPE=Debug -DCIMXML_SANITIZE=ON -DCIMXML_BUILD_BENCH=OFF >/dev/null
+  dir=$(bash scripts/configure.sh --sanitize)
   export ASAN_OPTIONS="detect_leaks=1:abort_on_error=0:strict_string_checks=1"
   export LSAN_OPTIONS="suppressions=$PWD/tests/lsan.supp:print_suppressions=0"
   export UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1"
 else
-  dir=build
-  cmake -S . -B "$dir" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+  dir=$(bash scripts/configure.sh)
 fi
 cmake --build "$dir" -j2
 ctest --test-dir "$dir" --output-on-failure -j2 --timeout 300
