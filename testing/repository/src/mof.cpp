@@ -780,10 +780,19 @@ std::string sampleRepositoryDir() {
   if (const char* e = std::getenv("CIMMOCK_SAMPLE_DIR"))
     if (*e) return e;
 #ifdef CIMMOCK_SAMPLE_DIR
-  return CIMMOCK_SAMPLE_DIR;
+  const std::string built = CIMMOCK_SAMPLE_DIR;
 #else
-  return "testing/mof";
+  const std::string built = "testing/mof";
 #endif
+  std::error_code ec;
+  if (std::filesystem::is_directory(built, ec)) return built;
+  // An installed copy: <prefix>/bin/<program> next to <prefix>/share/cimxmlclient/mof.
+  const auto exe = std::filesystem::read_symlink("/proc/self/exe", ec);
+  if (!ec) {
+    const auto installed = exe.parent_path().parent_path() / "share" / "cimxmlclient" / "mof";
+    if (std::filesystem::is_directory(installed, ec)) return installed.string();
+  }
+  return built;
 }
 
 std::vector<std::string> sampleMofFiles() {

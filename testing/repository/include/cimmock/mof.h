@@ -39,9 +39,10 @@ void loadMofText(Repository& repo, const std::string& text, const std::string& f
 // Loads a MOF file.  Throws MofError (also when the file cannot be read).
 void loadMofFile(Repository& repo, const std::string& path, const MofOptions& options = MofOptions());
 
-// Absolute path of the sample repository directory shipped in testing/mof
-// (compiled in at build time; overridden by the environment variable
-// CIMMOCK_SAMPLE_DIR when set).
+// Path of the sample repository directory: the environment variable
+// CIMMOCK_SAMPLE_DIR when set; else testing/mof of the source tree (compiled
+// in at build time) when it exists; else the installed copy, found from the
+// running program as ../share/cimxmlclient/mof.
 std::string sampleRepositoryDir();
 // The sample MOF files of that directory, in load order.
 std::vector<std::string> sampleMofFiles();
