@@ -38,6 +38,7 @@ int addReference(PropertyReference** refs, const char* propertyName, const CIMCO
         for (CIMCCount i = 0; i < count && !failed; ++i) {
             CIMCString* keyName = nullptr;
             CIMCData key = op->ft->getKeyAt(op, i, &keyName, nullptr);
+            text[0] = '\0';
             value2Chars(key.type, &key.value, text);
             failed = AddToKeyBindingList(&keys, chars(keyName), text, CIMC_getDataType(key.type), nullptr, nsChars,
                                          nullptr) != 0;
@@ -47,12 +48,16 @@ int addReference(PropertyReference** refs, const char* propertyName, const CIMCO
 
         PropertyReference* before = *refs;
         while (before && before->next) before = before->next;
-        if (AddToPropertyReferenceList(refs, keys, nsChain, chars(cls), propertyName) != 0) {
-            // Not taken when the node itself could not be made or named;
-            // past that point the append frees what it was given.
+        const char* clsChars = chars(cls);
+        if (AddToPropertyReferenceList(refs, keys, nsChain, clsChars, propertyName) != 0) {
+            // The bindings stay ours when the node could not be made or
+            // named. Past that point the append may have freed them with its
+            // instance name, so they are left alone (at worst a leak when
+            // memory ran out, never a double free).
             PropertyReference* last = *refs;
             while (last && last->next) last = last->next;
-            bool named = last && last != before && (!propertyName || (last->name && last->referenceClass));
+            bool named = last && last != before &&
+                         (!propertyName || (last->name && (!clsChars || last->referenceClass)));
             if (named) keys = nullptr;
             break;
         }
@@ -78,7 +83,9 @@ int GetInstanceProperties(CIMCInstance* instance, CIMCClass* cimClass, Property*
     Property* properties = nullptr;
     PropertyArray* arrays = nullptr;
     PropertyReference* references = nullptr;
-    // Cleared once: every text value2Chars writes replaces the last one.
+    // value2Chars leaves the buffer alone for a type it does not handle
+    // (char16, an embedded instance), so each value starts from an empty text
+    // rather than the previous property's.
     char text[kValueBuffer] = "";
 
     CIMCCount count = 0;
@@ -113,6 +120,7 @@ int GetInstanceProperties(CIMCInstance* instance, CIMCClass* cimClass, Property*
             if (item.value.ref && addReference(&references, name, item.value.ref, text) != 0) rc = -1;
         } else if (item.state == 0) {
             // Deliberately no Property at all for a null scalar.
+            text[0] = '\0';
             value2Chars(type, &item.value, text);
             if (AddToProeprtyList(&properties, name, text, CIMC_getDataType(type)) != 0) rc = -1;
         }
