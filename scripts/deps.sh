@@ -38,9 +38,9 @@ else
 fi
 
 echo "deps.sh: installing ${missing[*]}" >&2
-export DEBIAN_FRONTEND=noninteractive
-"${sudo[@]}" apt-get update -qq || give_up "apt-get update failed."
-"${sudo[@]}" apt-get install -y -qq "${missing[@]}" || give_up "apt-get install failed."
+# Through env, since sudo does not pass the caller's environment on.
+"${sudo[@]}" env DEBIAN_FRONTEND=noninteractive apt-get update -qq || give_up "apt-get update failed."
+"${sudo[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq "${missing[@]}" || give_up "apt-get install failed."
 
 # apt can succeed without installing a name (a virtual package, say).
 mapfile -t missing < <(missing_packages)
