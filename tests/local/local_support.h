@@ -1,0 +1,205 @@
+// Shared pieces of the local back end's tests: record builders, scopes for
+// environment variables and the log file, and a live mock broker environment.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <initializer_list>
+#include <string>
+#include <vector>
+
+#include "cimxml/lifecycle.h"
+#include "cimxml/local.h"
+#include "rtlog.h"
+
+namespace localtest {
+
+template <typename T>
+T* make() { return static_cast<T*>(std::calloc(1, sizeof(T))); }
+inline char* dup(const char* s) { return s ? strdup(s) : nullptr; }
+
+inline ClassName* className(const char* name) {
+    auto* c = make<ClassName>();
+    c->name = dup(name);
+    return c;
+}
+// A value chain; nullptr entries are values without text.
+inline Value* values(std::initializer_list<const char*> texts) {
+    Value* head = nullptr;
+    Value** tail = &head;
+    for (const char* t : texts) {
+        *tail = make<Value>();
+        (*tail)->value = dup(t);
+        tail = &(*tail)->next;
+    }
+    return head;
+}
+inline Property* property(const char* name, const char* type, const char* text, bool withValue = true) {
+    auto* p = make<Property>();
+    p->name = dup(name);
+    p->type = dup(type);
+    if (withValue) p->value = values({text});
+    return p;
+}
+inline PropertyArray* propertyArray(const char* name, const char* type, Value* elements) {
+    auto* p = make<PropertyArray>();
+    p->name = dup(name);
+    p->type = dup(type);
+    p->valueArray = make<ValueArray>();
+    p->valueArray->value = elements;
+    return p;
+}
+inline InstanceName* instanceName(const char* cls, std::initializer_list<std::pair<const char*, const char*>> keys) {
+    auto* in = make<InstanceName>();
+    in->className = className(cls);
+    KeyBinding** tail = &in->keyBindings;
+    for (const auto& k : keys) {
+        *tail = make<KeyBinding>();
+        (*tail)->name = dup(k.first);
+        (*tail)->keyValue = make<KeyValue>();
+        (*tail)->keyValue->value = dup(k.second);
+        (*tail)->keyValue->valueType = dup("string");
+        tail = &(*tail)->next;
+    }
+    return in;
+}
+inline ParamValue* param(const char* name, const char* type, const char* text) {
+    auto* p = make<ParamValue>();
+    p->name = dup(name);
+    p->paramType = dup(type);
+    if (text) p->value = values({text});
+    return p;
+}
+template <class T>
+T* chain(std::initializer_list<T*> nodes) {
+    T* head = nullptr;
+    T** tail = &head;
+    for (T* n : nodes) {
+        *tail = n;
+        tail = &n->next;
+    }
+    return head;
+}
+template <class T>
+int count(const T* list) {
+    int n = 0;
+    for (; list; list = list->next) ++n;
+    return n;
+}
+
+// An environment variable for one scope.
+class EnvScope {
+public:
+    EnvScope(const char* name, const char* text) : name_(name), old_(std::getenv(name) ? std::getenv(name) : "") {
+        had_ = std::getenv(name) != nullptr;
+        if (text) setenv(name, text, 1);
+        else unsetenv(name);
+    }
+    ~EnvScope() { had_ ? setenv(name_.c_str(), old_.c_str(), 1) : unsetenv(name_.c_str()); }
+
+private:
+    std::string name_, old_;
+    bool had_;
+};
+struct Fault : EnvScope {  // the mock broker reads it at each factory call
+    explicit Fault(const char* text) : EnvScope("CIMMOCK_BROKER_FAULT", text) {}
+};
+
+// librtlog's output in a file for one scope; lines() gives
+// "<category>|<message>" for each line of the local back end.
+class LogCapture {
+public:
+    LogCapture() : path_("/tmp/local_log_" + std::to_string(getpid())) {
+        unlink(path_.c_str());
+        setenv("RT_LOG_LEVEL", "2", 1);
+        setenv("RT_LOG_FILE", path_.c_str(), 1);
+        rt_log_init();
+    }
+    ~LogCapture() {
+        unsetenv("RT_LOG_LEVEL");
+        unsetenv("RT_LOG_FILE");
+        rt_log_init();
+        unlink(path_.c_str());
+    }
+    std::vector<std::string> lines() const {
+        std::ifstream in(path_);
+        std::vector<std::string> out;
+        const std::string component = " BINCIMCLIENT ", where = " src/clientapi:103: ";
+        for (std::string line; std::getline(in, line);) {
+            auto c = line.find(component), w = line.find(where);
+            if (c != std::string::npos && w != std::string::npos)
+                out.push_back(line.substr(c + component.size(), w - c - component.size()) + "|" +
+                              line.substr(w + where.size()));
+        }
+        return out;
+    }
+
+private:
+    std::string path_;
+};
+inline std::string entering(const std::string& category) {
+    return category + "|[" + std::to_string(getpid()) + "] ---Entering";
+}
+inline std::string leaving(const std::string& category) {
+    return category + "|[" + std::to_string(getpid()) + "] ---Leaving";
+}
+
+// A value's bits at its type's width, for comparing integers and booleans.
+inline uint64_t widthBits(const CIMCData& d) {
+    switch (d.type) {
+        case CIMC_boolean: case CIMC_uint8: case CIMC_sint8: return d.value.uint8;
+        case CIMC_uint16: case CIMC_sint16: return d.value.uint16;
+        case CIMC_uint32: case CIMC_sint32: return d.value.uint32;
+        default: return d.value.uint64;
+    }
+}
+
+// A live environment of the mock broker, released after the test.
+class BrokerTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        int rc = -1;
+        char* msg = nullptr;
+        env_ = getCIMCEnv("SfcbLocal", 0, &rc, &msg);
+        ASSERT_NE(env_, nullptr) << (msg ? msg : "");
+    }
+    void TearDown() override {
+        if (env_) env_->ft->release(env_);
+    }
+    CIMCInstance* newInstance() {
+        CIMCObjectPath* path = env_->ft->newObjectPath(env_, "root/cimv2", "Test_Target", nullptr);
+        CIMCInstance* inst = env_->ft->newInstance(env_, path, nullptr);
+        path->ft->release(path);
+        return inst;
+    }
+    CIMCArgs* newArgs() { return env_->ft->newArgs(env_, nullptr); }
+    // A property or argument; state CIMC_notFound when the broker has none.
+    template <class Object>
+    static CIMCData get(Object* object, const char* name) {
+        CIMCStatus st{0, nullptr};
+        CIMCData d = lookup(object, name, &st);
+        if (st.rc != 0) d.state = CIMC_notFound;
+        return d;
+    }
+    static CIMCData lookup(CIMCInstance* i, const char* n, CIMCStatus* st) { return i->ft->getProperty(i, n, st); }
+    static CIMCData lookup(CIMCArgs* a, const char* n, CIMCStatus* st) { return a->ft->getArg(a, n, st); }
+    static std::string text(const CIMCData& d) {
+        if (d.type == CIMC_string && d.value.string) return d.value.string->ft->getCharPtr(d.value.string, nullptr);
+        if (d.type == CIMC_dateTime && d.value.dateTime) {
+            CIMCString* s = d.value.dateTime->ft->getStringFormat(d.value.dateTime, nullptr);
+            return s ? s->ft->getCharPtr(s, nullptr) : "";
+        }
+        return "<no text>";
+    }
+    static int size(const CIMCData& d) { return d.value.array->ft->getSize(d.value.array, nullptr); }
+    static CIMCData at(const CIMCData& d, int i) { return d.value.array->ft->getElementAt(d.value.array, i, nullptr); }
+
+    CIMCEnv* env_ = nullptr;
+};
+
+}  // namespace localtest
