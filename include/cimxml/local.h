@@ -290,6 +290,11 @@ CIMXML_API int CIMC_Handle_Modify_Properties(Property* property, CIMCInstance* i
 CIMXML_API int CIMC_Handle_Modify_PropertieArray(PropertyArray* property, CIMCInstance* instance, CIMCEnv* env);
 
 /* ---- type codes, value text and mapping ------------------------------------ */
+/* Broker objects handed to these functions stay the broker's, with two
+ * exceptions named below (GetInstanceProperties releases each property's
+ * name text and array object; value2Chars releases the string it asks a
+ * reference or datetime for). Records they build belong to the caller, who
+ * frees them with the Free_ function of their type. */
 
 /* Datetime: year, month, day, hour, minute, second, sub-second (not read),
  * UTC offset in minutes. */
@@ -301,21 +306,36 @@ typedef struct CIMCIntervalRecord {
     int32_t days, hours, minutes, seconds;
 } CIMCIntervalRecord;
 
-/* Type name for a code ("" when unknown); only the low 16 bits count. */
+/* Type name for a code ("" when unknown); only the low 16 bits count. Of the
+ * arrays only uint16, sint8 and string are named; reals and char16 are not. */
 CIMXML_API const char* CIMC_getDataType(unsigned int code);
-/* Code for a type name (exact case), 0 when unknown. */
+/* Code for a type name (exact case), 0 when unknown. "string" gives the
+ * chars code 5888. */
 CIMXML_API CIMCType cimc_getCMPIType(const char* name);
-/* Writes the text of one value into text (nothing for an unhandled type). */
+/* Writes the text of one value into text (nothing for an unhandled type,
+ * an array, or a NULL string object). text must hold 512 bytes: a longer
+ * string, reference or datetime text is cut to 511. */
 CIMXML_API void value2Chars(CIMCType type, CIMCValue* value, char* text);
+/* Appends one Value per element of array (type: the array's type code) to
+ * *valueList. The two middle arguments are not used. 0, or -1 when a string
+ * element cannot be read (the elements before it stay) or an append fails. */
 CIMXML_API int getPropertyArrayData(Value** valueList, CIMCType type, Property* unused1, void* unused2,
                                     CIMCArray* array);
-/* Append to text (>= 26 bytes, zero-terminated). 0, or -1 for NULL arguments. */
+/* Append to text (zero-terminated). 0, or -1 for NULL arguments. The text is
+ * 25 characters for in-range fields; fields out of range widen it, to at
+ * most 84 (datetime) or 55 (interval) characters. */
 CIMXML_API int CIMC_ConvertDateTimeToString(const CIMCDateTimeRecord* dateTime, char* text);
 CIMXML_API int CIMC_ConvertIntervalToString(const CIMCIntervalRecord* interval, char* text);
 
+/* The properties of an instance, or of a class when cimClass is not NULL, as
+ * three new chains (NULL when empty): scalars (a null scalar is left out),
+ * arrays (a null array gets an empty ValueArray) and references. The chains
+ * are stored even on failure. 0, or -1 when an allocation fails. */
 CIMXML_API int GetInstanceProperties(CIMCInstance* instance, CIMCClass* cimClass, Property** propertiesOut,
                                      PropertyArray** propertyArraysOut,
                                      PropertyReference** propertyReferencesOut);
+/* Fill a zero-filled record: instance and instanceName (each with its own
+ * ClassName); the Instance; the Class (name and properties only). 0 or -1. */
 CIMXML_API int mapInstance(CIMCInstance* instance, NamedInstance* namedInstance);
 CIMXML_API int mapGetInstance(Instance* instanceRecord, CIMCInstance* instance);
 CIMXML_API int mapGetClass(CIMCClass* cimClass, Class* classRecord);
@@ -324,27 +344,43 @@ CIMXML_API int mapGetClass(CIMCClass* cimClass, Class* classRecord);
  * Each map* function fills one zero-filled destination record from a broker
  * object; each AddTo* function appends a new node at the tail of *head and
  * fills it. 0 on success, a negative value when an allocation fails (the
- * records built so far stay in the destination). Broker objects stay the
- * broker's: nothing here releases the object it was handed. */
+ * records built so far stay in the destination). A NULL broker object is
+ * not an error: nothing is filled. Broker objects stay the broker's: nothing
+ * here releases the object it was handed.
+ *
+ * Key bindings come out as KeyValue { value, valueType and cimType both the
+ * type name ("string", "uint32", "boolean"...) }, booleans as "TRUE" and
+ * "FALSE"; a reference key carries a ValueReference instead. A reference
+ * (key or value) whose path has a namespace is an instancePath (host
+ * "localhost", namespace path as below), otherwise a bare instanceName.
+ * Association results carry the namespace path "root" + the tail of the
+ * broker's namespace from its first "interop", else its first "cimv2",
+ * else "". */
 
-/* The keys of a broker object path as a KeyBinding chain (name, value text,
- * type name); reference keys become bindings that carry a ValueReference. */
+/* Appends the keys of a broker object path to *keyBindingsOut. */
 CIMXML_API int GetKeyBindingValues(CIMCObjectPath* objectPath, KeyBinding** keyBindingsOut);
-/* A new InstanceName (class name and key bindings) for a broker object path. */
+/* Appends a new InstanceName (class name and key bindings) for a broker
+ * object path to the chain at *instanceNameOut. */
 CIMXML_API int GetKeysFromObjectPath(CIMCObjectPath* objectPath, InstanceName** instanceNameOut);
 /* The reverse, for requests: each KeyBinding of instanceName becomes a key of
- * objectPath (strings as text, numbers and booleans typed, references as
- * nested object paths made through env). 0, or -1 for a NULL argument. */
+ * objectPath. valueType "string" or none: chars; "boolean": TRUE/FALSE in any
+ * case; "numeric": the integer or real type of cimType when it has one, else
+ * sint64 for a leading '-' and uint64 otherwise, saturating at the type's
+ * limits; a valueType that is a type name ("uint32", "datetime"...) gives
+ * that type. A reference key becomes an object path made through env (in the
+ * reference's namespace, else objectPath's), added and released. 0, or -1
+ * for a NULL objectPath or instanceName, a binding without a value, a text
+ * that does not convert, or a key the broker refuses. */
 CIMXML_API int CIMC_AddKeyValues(CIMCObjectPath* objectPath, InstanceName* instanceName, CIMCEnv* env);
 /* Class name and key bindings of objectPath into a zero-filled InstanceName. */
 CIMXML_API int mapEnumInstanceNames(CIMCObjectPath* objectPath, InstanceName* instanceName);
 CIMXML_API int AddToEnumInstanceNameList(InstanceName** head, CIMCObjectPath* objectPath);
-/* The class name and properties of a broker instance into an Instance. */
+/* The class name and properties of a broker instance into an Instance
+ * (mapGetInstance with the arguments the other way round). */
 CIMXML_API int util_GetInstanceValues(CIMCInstance* instance, Instance* instanceRecord);
-/* An ObjectWithPath for an instance returned by an association operation:
- * instancePath (host, namespace path "root" + the tail of the broker's
- * namespace from "interop", else "cimv2", else "", and the InstanceName) and
- * the Instance. */
+/* An ObjectWithPath for an instance returned by Associators or References:
+ * instancePath (namespace path, InstanceName of the instance's path) and the
+ * Instance. */
 CIMXML_API int mapAssociators(CIMCInstance* instance, ObjectWithPath* objectWithPath);
 CIMXML_API int mapReferences(CIMCInstance* instance, ObjectWithPath* objectWithPath);
 CIMXML_API int AddToAssociatorList(ObjectWithPath** head, CIMCInstance* instance);
@@ -354,13 +390,16 @@ CIMXML_API int mapAssociatorNames(CIMCObjectPath* objectPath, ObjectPath* path);
 CIMXML_API int mapReferenceNames(CIMCObjectPath* objectPath, ObjectPath* path);
 /* The path CreateInstance returned, as an InstanceName. */
 CIMXML_API int mapCreateinstance(CIMCObjectPath* objectPath, InstanceName* instanceName);
-/* Appends one ParamValue named `name` for a broker data item: paramType from
- * the type code, a value text (Value), a ValueArray for arrays, a
- * ValueReference for references. A null item gets name and type only. */
+/* Appends one ParamValue named `name` for a broker data item: paramType the
+ * type name (the element type for arrays, "reference", "real64"...), then a
+ * Value text (booleans "TRUE"/"FALSE"), a ValueArray for arrays, a
+ * ValueReference for references, or a Value holding an embedded Instance.
+ * A null item gets name and paramType only; a NULL data pointer the name. */
 CIMXML_API int mapInvokeReturnValue(const char* name, CIMCData* data, ParamValue** head);
 /* The result of a method call as the HTTP back end hands it back: a node
- * "ReturnValue" for returnValue, then one node per output argument in the
- * broker's order. *outParams must be NULL or a chain to append to. */
+ * "ReturnValue" for returnValue (none when it is NULL), then one node per
+ * output argument in the broker's order. *outParams must be NULL or a chain
+ * to append to. */
 CIMXML_API int CIMC_Handle_Invoke_ReturnValues(CIMCData* returnValue, CIMCArgs* outArgs, ParamValue** outParams);
 
 CIMXML_END_DECLS

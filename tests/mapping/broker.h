@@ -1,8 +1,7 @@
-// Real broker objects for the mapping tests: the mock local broker library,
-// loaded by path (never closed), gives an environment whose factories make
-// paths, instances, arrays, strings, datetimes and argument lists, and whose
-// client serves the sample repository. Everything an environment made goes
-// with it, so each test releases only its environment.
+// Real broker objects for the mapping tests: the mock local broker, loaded by
+// path (never closed), makes paths, instances, arrays, strings, datetimes and
+// argument lists, and its client serves the sample repository. An
+// environment's objects go with it, so each test releases only that.
 #pragma once
 
 #include <dlfcn.h>
@@ -12,21 +11,18 @@
 #include <cstring>
 #include <initializer_list>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
 #include "cimxml/lifecycle.h"
 #include "cimxml/local.h"
+#include "model/alloc.h"
 
 namespace broker_test {
 
-inline CIMCEnvFactory factory() {
-    static CIMCEnvFactory f = [] {
-        void* lib = dlopen(MOCK_BROKER_DIR "/libcimcClientSfcbLocal.so", RTLD_NOW);
-        return lib ? reinterpret_cast<CIMCEnvFactory>(dlsym(lib, "_Create_SfcbLocal_Env")) : nullptr;
-    }();
-    return f;
-}
+using Strings = std::vector<std::string>;
+const char* const kNs = "root/cimv2";
 
 inline CIMCValue none() {
     CIMCValue v;
@@ -34,26 +30,35 @@ inline CIMCValue none() {
     return v;
 }
 
+// A value with the members fill sets, the rest zero.
+template <typename F>
+CIMCValue with(F fill) {
+    CIMCValue v = none();
+    fill(v);
+    return v;
+}
+
 class Broker : public ::testing::Test {
 protected:
     void SetUp() override {
-        ASSERT_NE(factory(), nullptr) << dlerror();
+        static void* lib = dlopen(MOCK_BROKER_DIR "/libcimcClientSfcbLocal.so", RTLD_NOW);
+        ASSERT_NE(lib, nullptr) << dlerror();
+        auto factory = reinterpret_cast<CIMCEnvFactory>(dlsym(lib, "_Create_SfcbLocal_Env"));
         int rc = 0;
         char* msg = nullptr;
-        env_ = factory()("SfcbLocal", 0, &rc, &msg);
+        env_ = factory("SfcbLocal", 0, &rc, &msg);
         std::free(msg);
-        ASSERT_NE(env_, nullptr);
-        ASSERT_EQ(rc, 0);
+        ASSERT_TRUE(env_ && rc == 0);
     }
     void TearDown() override {
         if (env_) env_->ft->release(env_);
+        cimxml::g_allocFailCountdown = -1;
     }
 
-    CIMCObjectPath* path(const char* ns, const char* cls) { return env_->ft->newObjectPath(env_, ns, cls, nullptr); }
     // A path with string keys.
     CIMCObjectPath* path(const char* ns, const char* cls,
-                         std::initializer_list<std::pair<const char*, const char*>> keys) {
-        CIMCObjectPath* op = path(ns, cls);
+                         std::initializer_list<std::pair<const char*, const char*>> keys = {}) {
+        CIMCObjectPath* op = env_->ft->newObjectPath(env_, ns, cls, nullptr);
         for (const auto& k : keys) addKey(op, k.first, str(k.second), CIMC_string);
         return op;
     }
@@ -67,95 +72,77 @@ protected:
     void setNull(CIMCInstance* inst, const char* name, CIMCType type) {
         EXPECT_EQ(inst->ft->setProperty(inst, name, nullptr, type).rc, 0) << name;
     }
-
-    CIMCValue str(const char* text) {
-        CIMCValue v = none();
-        v.string = env_->ft->newString(env_, text, nullptr);
-        return v;
+    CIMCValue str(const char* text) { return with([&](CIMCValue& v) { v.string = env_->ft->newString(env_, text, nullptr); }); }
+    CIMCValue u32(uint32_t n) { return with([&](CIMCValue& v) { v.uint32 = n; }); }
+    CIMCValue boolean(bool b) { return with([&](CIMCValue& v) { v.boolean = b; }); }
+    CIMCValue ref(CIMCObjectPath* op) { return with([&](CIMCValue& v) { v.ref = op; }); }
+    CIMCValue dateTime(const char* t) {
+        return with([&](CIMCValue& v) { v.dateTime = env_->ft->newDateTimeFromChars(env_, t, nullptr); });
     }
-    CIMCValue u32(uint32_t n) {
-        CIMCValue v = none();
-        v.uint32 = n;
-        return v;
-    }
-    CIMCValue boolean(bool b) {
-        CIMCValue v = none();
-        v.boolean = b ? 1 : 0;
-        return v;
-    }
-    CIMCValue ref(CIMCObjectPath* op) {
-        CIMCValue v = none();
-        v.ref = op;
-        return v;
-    }
-    CIMCValue dateTime(const char* text) {
-        CIMCValue v = none();
-        v.dateTime = env_->ft->newDateTimeFromChars(env_, text, nullptr);
-        return v;
-    }
-    // An array of the given element type filled from values.
     CIMCValue array(CIMCType elem, const std::vector<CIMCValue>& items) {
-        CIMCValue v = none();
-        v.array = env_->ft->newArray(env_, static_cast<CIMCCount>(items.size()), elem, nullptr);
-        for (std::size_t i = 0; i < items.size(); ++i)
-            EXPECT_EQ(v.array->ft->setElementAt(v.array, static_cast<CIMCCount>(i), &items[i], elem).rc, 0);
-        return v;
+        CIMCArray* a = env_->ft->newArray(env_, static_cast<CIMCCount>(items.size()), elem, nullptr);
+        for (std::size_t i = 0; i < items.size(); ++i) a->ft->setElementAt(a, static_cast<CIMCCount>(i), &items[i], elem);
+        return with([&](CIMCValue& v) { v.array = a; });
     }
-
     CIMCClient* client() {
-        CIMCStatus st{0, nullptr};
-        CIMCClient* cl = env_->ft->connect(env_, "localhost", "SfcbLocal", nullptr, nullptr, nullptr, &st);
-        EXPECT_NE(cl, nullptr);
-        return cl;
+        return env_->ft->connect(env_, "localhost", "SfcbLocal", nullptr, nullptr, nullptr, nullptr);
+    }
+    // The items of an enumeration.
+    static std::vector<CIMCData> items(CIMCEnumeration* en) {
+        std::vector<CIMCData> out;
+        while (en && en->ft->hasNext(en, nullptr)) out.push_back(en->ft->getNext(en, nullptr));
+        return out;
     }
 
     CIMCEnv* env_ = nullptr;
 };
 
-// Record look-ups by name.
+// Runs step with the Nth allocation failing, N = 0, 1, ... until it gets
+// through; each failing run must report -1. Returns the number of failures.
+template <typename Step>
+int failEachAllocation(Step step) {
+    int failures = 0;
+    for (long n = 0; n < 2000; ++n, ++failures) {
+        cimxml::g_allocFailCountdown = n;
+        int rc = step();
+        cimxml::g_allocFailCountdown = -1;
+        if (rc == 0) break;
+        EXPECT_EQ(rc, -1) << n;
+    }
+    return failures;
+}
+
 template <typename T>
 const T* named(const T* chain, const char* name) {
     for (; chain; chain = chain->next)
         if (chain->name && std::strcmp(chain->name, name) == 0) return chain;
     return nullptr;
 }
-
 template <typename T>
 int count(const T* chain) {
     int n = 0;
     for (; chain; chain = chain->next) ++n;
     return n;
 }
-
-inline std::string valueOf(const Property* p) {
-    return p && p->value && p->value->value ? p->value->value : "<none>";
-}
-
-inline std::vector<std::string> texts(const ValueArray* a) {
-    std::vector<std::string> out;
-    for (const Value* v = a ? a->value : nullptr; v; v = v->next) out.push_back(v->value ? v->value : "<null>");
+inline std::string text(const Value* v) { return v && v->value ? v->value : "<none>"; }
+inline std::string valueOf(const Property* p) { return text(p ? p->value : nullptr); }
+inline Strings texts(const ValueArray* a) {
+    Strings out;
+    for (const Value* v = a ? a->value : nullptr; v; v = v->next) out.push_back(text(v));
     return out;
 }
-
-inline std::vector<std::string> namespaces(const LocalNamespacePath* p) {
-    std::vector<std::string> out;
-    for (const Namespace* n = p ? p->namespaces : nullptr; n; n = n->next) out.push_back(n->name ? n->name : "<null>");
+inline Strings namespaces(const NamespacePath* p) {
+    Strings out;
+    const LocalNamespacePath* l = p ? p->localNamespacePath : nullptr;
+    for (const Namespace* n = l ? l->namespaces : nullptr; n; n = n->next) out.push_back(n->name);
     return out;
 }
-
-// "name=value(valueType)" per binding, "name->Class" for references.
+// "name=value(valueType)" per binding, "name->ref" for references.
 inline std::string keysText(const KeyBinding* kb) {
     std::string out;
     for (; kb; kb = kb->next) {
-        if (!out.empty()) out += ",";
-        out += kb->name ? kb->name : "<null>";
-        if (kb->keyValue) {
-            out += "=";
-            out += kb->keyValue->value ? kb->keyValue->value : "<null>";
-            out += "(";
-            out += kb->keyValue->valueType ? kb->keyValue->valueType : "";
-            out += ")";
-        }
+        out += std::string(out.empty() ? "" : ",") + kb->name;
+        if (kb->keyValue) out += "=" + std::string(kb->keyValue->value) + "(" + kb->keyValue->valueType + ")";
         if (kb->valueReference) out += "->ref";
     }
     return out;
