@@ -635,6 +635,24 @@ TEST_F(Broker, RepositoryErrorsBecomeStatuses) {
   }
 }
 
+TEST_F(Broker, TracesOperationsOnlyWhenDebugAndMaskAreSet) {
+  void* lib = openLib(kLib);
+  auto* mask = static_cast<long*>(dlsym(lib, "_sfcb_trace_mask"));
+  auto* debug = static_cast<int*>(dlsym(lib, "_sfcb_debug"));
+  ASSERT_TRUE(mask && debug);
+  for (int on : {0, 1}) {
+    *mask = 5;
+    *debug = on;
+    testing::internal::CaptureStderr();
+    CIMCClient* cl = connect();
+    cl->ft->enumInstanceNames(cl, path("CIM_Processor"), nullptr);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              on ? "[mock broker] connect\n[mock broker] enumInstanceNames\n" : "");
+  }
+  *mask = 0;
+  *debug = 0;
+}
+
 // ---- fault injection ---------------------------------------------------------
 
 TEST_F(Broker, FailFaultsFailEveryOperation) {
