@@ -7,6 +7,8 @@
 
 #include <CLI/CLI.hpp>
 #include <cctype>
+#include <cstdint>
+#include <dlfcn.h>
 #include <cstdlib>
 #include <functional>
 #include <iostream>
@@ -137,15 +139,17 @@ private:
 // ---- flags -------------------------------------------------------------------------
 
 // --x / --no-x; left out, the parameter is not sent and the server's
-// default applies.
+// default applies. One Flag may serve several commands: only the parsed
+// command's option sets it.
 struct Flag {
-    bool value = false;
-    CLI::Option* option = nullptr;
-    unsigned get() const { return option && option->count() ? (value ? 1u : 0u) : 2u; }
+    unsigned state = 2;
+    unsigned get() const { return state; }
 };
 
 void addFlag(CLI::App* app, Flag& flag, const std::string& name, const std::string& help) {
-    flag.option = app->add_flag("--" + name + ",!--no-" + name, flag.value, help + " (default: the server's)");
+    app->add_flag_function(
+        "--" + name + ",!--no-" + name, [&flag](std::int64_t count) { flag.state = count > 0 ? 1u : 0u; },
+        help + " (default: the server's)");
 }
 
 // ---- declarations ---------------------------------------------------------------
@@ -236,8 +240,17 @@ struct Options {
 ClassName* optionalClass(const std::string& name) { return name.empty() ? nullptr : newClassName(name); }
 const char* optionalText(const std::string& text) { return text.empty() ? nullptr : text.c_str(); }
 
+// A class argument: [namespace:]ClassName; empty gives NULL (no class).
+ClassName* targetClass(Session& s, const std::string& text) {
+    if (text.empty()) return nullptr;
+    Path p = parsePath(text);
+    if (!p.keys.empty()) throw InputError("'" + text + "' is an instance path: this command takes a class name");
+    s.useNamespaceOf(p);
+    return newClassName(p.className);
+}
+
 int classGet(Session& s, Options& o) {
-    ClassNamePtr cn(newClassName(o.className));
+    ClassNamePtr cn(targetClass(s, o.className));
     Error* error = nullptr;
     ClassPtr c(CIM_GetClass(s.handle(), cn.get(), o.localOnly.get(), o.includeQualifiers.get(),
                             o.includeClassOrigin.get(), nullptr, &error));
@@ -248,7 +261,7 @@ int classGet(Session& s, Options& o) {
 }
 
 int classEnumerate(Session& s, Options& o) {
-    ClassNamePtr cn(optionalClass(o.className));
+    ClassNamePtr cn(targetClass(s, o.className));
     Error* error = nullptr;
     ClassPtr c(CIM_EnumerateClasses(s.handle(), cn.get(), o.deepInheritance.get(), o.localOnly.get(),
                                     o.includeQualifiers.get(), o.includeClassOrigin.get(), &error));
@@ -258,7 +271,7 @@ int classEnumerate(Session& s, Options& o) {
 }
 
 int classNames(Session& s, Options& o) {
-    ClassNamePtr cn(optionalClass(o.className));
+    ClassNamePtr cn(targetClass(s, o.className));
     Error* error = nullptr;
     ClassNamePtr names(EnumerateClassNames(s.handle(), cn.get(), o.deepInheritance.get(), &error));
     int rc = s.finish(error, names != nullptr);
@@ -286,7 +299,7 @@ int instanceGet(Session& s, Options& o) {
 }
 
 int instanceEnumerate(Session& s, Options& o) {
-    ClassNamePtr cn(newClassName(o.className));
+    ClassNamePtr cn(targetClass(s, o.className));
     Error* error = nullptr;
     Owned<NamedInstance, Free_NamedInstance> list(EnumerateInstances(s.handle(), cn.get(), o.localOnly.get(),
                                                                      o.deepInheritance.get(), o.includeQualifiers.get(),
@@ -297,7 +310,7 @@ int instanceEnumerate(Session& s, Options& o) {
 }
 
 int instanceNames(Session& s, Options& o) {
-    ClassNamePtr cn(newClassName(o.className));
+    ClassNamePtr cn(targetClass(s, o.className));
     Error* error = nullptr;
     InstanceNamePtr list(EnumerateInstanceNames(s.handle(), cn.get(), &error));
     int rc = s.finish(error, list != nullptr);
@@ -321,10 +334,8 @@ InstancePtr buildInstance(Session& s, const std::string& className, const std::v
 }
 
 int instanceCreate(Session& s, Options& o) {
-    Path p = parsePath(o.className);
-    if (!p.keys.empty()) throw InputError("create takes a class name, not a path: the keys go in Name=value");
-    s.useNamespaceOf(p);
-    InstancePtr inst = buildInstance(s, p.className, o.assignments);
+    ClassNamePtr cn(targetClass(s, o.className));
+    InstancePtr inst = buildInstance(s, cn->name, o.assignments);
     Error* error = nullptr;
     InstanceNamePtr created(CIM_CreateInstance(s.handle(), inst.get(), &error));
     int rc = s.finish(error, created != nullptr);
@@ -696,7 +707,17 @@ int run(int argc, char** argv, std::ostream& out, std::ostream& err) {
                                                     settings.timeoutSeconds * 1000, settings.user.c_str(),
                                                     password.c_str());
         if (!handle) throw std::bad_alloc();
-        if (settings.local) handle->interfaceType = 1;
+        if (settings.local) {
+            handle->interfaceType = 1;
+            // The library reports a missing broker only as an empty result.
+            void* broker = dlopen("libcimcClientSfcbLocal.so", RTLD_LAZY | RTLD_LOCAL);
+            if (!broker) {
+                Free_client_Configuration(handle);
+                err << "cimxml: the local broker library libcimcClientSfcbLocal.so cannot be loaded\n";
+                return kExitTransport;
+            }
+            dlclose(broker);
+        }
         Format format = output == "json" ? Format::Json : output == "xml" ? Format::Xml : Format::Text;
         Session session(settings, ip, handle, format, out, err);
         for (auto& [sub, action] : actions)

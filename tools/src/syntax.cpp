@@ -81,7 +81,8 @@ public:
             p.nameSpace = std::string(s_.substr(i_, colon - i_));
             for (size_t k = i_; k < colon; ++k)
                 if (!isIdentChar(s_[k]) && s_[k] != '/') fail("bad character in namespace", s_, k);
-            if (p.nameSpace.empty() || p.nameSpace.front() == '/' || p.nameSpace.back() == '/')
+            if (p.nameSpace.empty() || p.nameSpace.front() == '/' || p.nameSpace.back() == '/' ||
+                p.nameSpace.find("//") != std::string::npos)
                 fail("bad namespace", s_, i_);
             i_ = colon + 1;
         }
@@ -128,6 +129,7 @@ private:
                 } catch (const InputError& e) {
                     fail(std::string("bad reference (") + e.what() + ")", s_, at);
                 }
+                if (k.ref->keys.empty()) fail("a reference key names an instance: it needs keys", s_, at);
                 k.kind = Key::Kind::Reference;
                 k.text.clear();
             }

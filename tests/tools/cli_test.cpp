@@ -1,0 +1,338 @@
+// The cimxml program, run as a child process against the mock object
+// manager: output, standard error and exit code of each command.
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <map>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "cimmock/repository.h"
+#include "cimmock/server.h"
+
+namespace {
+
+struct Result {
+    int code = -1;
+    std::string out, err;
+};
+
+// Runs cimxml with args and extra environment, stdin from /dev/null.
+Result runCli(const std::vector<std::string>& args, const std::map<std::string, std::string>& env = {}) {
+    int outPipe[2], errPipe[2];
+    if (pipe(outPipe) != 0 || pipe(errPipe) != 0) return {};
+    pid_t pid = fork();
+    if (pid == 0) {
+        int in = open("/dev/null", O_RDONLY);
+        dup2(in, 0);
+        dup2(outPipe[1], 1);
+        dup2(errPipe[1], 2);
+        close(outPipe[0]);
+        close(errPipe[0]);
+        unsetenv("CIMXML_URL");
+        unsetenv("CIMXML_PASSWORD");
+        for (const auto& [k, v] : env) setenv(k.c_str(), v.c_str(), 1);
+        std::vector<char*> argv{const_cast<char*>(CIMXML_EXE)};
+        for (const auto& a : args) argv.push_back(const_cast<char*>(a.c_str()));
+        argv.push_back(nullptr);
+        execv(CIMXML_EXE, argv.data());
+        _exit(127);
+    }
+    close(outPipe[1]);
+    close(errPipe[1]);
+    Result r;
+    pollfd fds[2] = {{outPipe[0], POLLIN, 0}, {errPipe[0], POLLIN, 0}};
+    std::string* sinks[2] = {&r.out, &r.err};
+    int open = 2;
+    while (open > 0 && poll(fds, 2, 30000) > 0) {
+        for (int i = 0; i < 2; ++i) {
+            if (fds[i].fd < 0 || !(fds[i].revents & (POLLIN | POLLHUP))) continue;
+            char buf[4096];
+            ssize_t n = read(fds[i].fd, buf, sizeof buf);
+            if (n > 0) {
+                sinks[i]->append(buf, static_cast<size_t>(n));
+            } else {
+                close(fds[i].fd);
+                fds[i].fd = -1;
+                --open;
+            }
+        }
+    }
+    int status = 0;
+    waitpid(pid, &status, 0);
+    r.code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return r;
+}
+
+const std::string kSystem =
+    R"(Mock_ComputerSystem.CreationClassName="Mock_ComputerSystem",Name="mock-server.example.com")";
+const std::string kCpu0 =
+    R"(Mock_Processor.SystemCreationClassName="Mock_ComputerSystem",SystemName="mock-server.example.com",)"
+    R"(CreationClassName="Mock_Processor",DeviceID="CPU0")";
+
+class Cli : public ::testing::Test {
+protected:
+    static void SetUpTestSuite() {
+        server_ = startServer({});
+        cimmock::ServerOptions auth;
+        auth.user = "admin";
+        auth.password = "secret";
+        authServer_ = startServer(auth);
+    }
+    static void TearDownTestSuite() {
+        server_.reset();
+        authServer_.reset();
+    }
+    static std::unique_ptr<cimmock::Server> startServer(cimmock::ServerOptions opt) {
+        opt.repoDir = cimmock::sampleRepositoryDir();
+        auto s = std::make_unique<cimmock::Server>(opt);
+        std::string err;
+        EXPECT_TRUE(s->start(&err)) << err;
+        return s;
+    }
+    // cimxml against the open server, connection first.
+    static Result cli(std::vector<std::string> args, std::map<std::string, std::string> env = {}) {
+        args.insert(args.begin(), {"--port", std::to_string(server_->port())});
+        return runCli(args, env);
+    }
+    static std::unique_ptr<cimmock::Server> server_, authServer_;
+};
+std::unique_ptr<cimmock::Server> Cli::server_, Cli::authServer_;
+
+bool contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
+
+// Every command once, in text form: exit 0, a line it must print.
+TEST_F(Cli, EachCommandAnswers) {
+    struct Case {
+        std::vector<std::string> args;
+        std::string expected;
+    };
+    const Case cases[] = {
+        {{"class", "names", "CIM_LogicalDevice", "--deep-inheritance"}, "Mock_NetworkPort\n"},
+        {{"class", "get", "CIM_Processor", "--no-local-only"}, "class CIM_Processor : CIM_LogicalDevice {"},
+        {{"class", "get", "Mock_AllTypes", "--include-qualifiers"}, "[In, Out] string S,"},
+        {{"class", "enumerate", "CIM_LogicalDevice"}, "class CIM_DiskDrive : CIM_LogicalDevice {"},
+        {{"instance", "names", "CIM_Processor"}, kCpu0 + "\n"},
+        {{"instance", "enumerate", "CIM_Processor"}, "ElementName = \"Processor 0\";"},
+        {{"instance", "get", kCpu0}, "instance of Mock_Processor {"},
+        {{"instance", "get", R"(Mock_AllTypes.InstanceID="mock:alltypes:1")"}, "PUint8Array = {0, 127, 255};"},
+        {{"assoc", "associators", kSystem, "--assoc-class", "CIM_SystemDevice", "--result-class", "CIM_DiskDrive"},
+         "DeviceID = \"disk1\";"},
+        {{"assoc", "associator-names", kSystem, "--role", "GroupComponent", "--result-role", "PartComponent"},
+         "Mock_NetworkPort."},
+        {{"assoc", "references", kCpu0, "--result-class", "CIM_SystemDevice"}, "instance of CIM_SystemDevice {"},
+        {{"assoc", "reference-names", kCpu0}, ":CIM_SystemDevice.GroupComponent="},
+        {{"query", "SELECT * FROM CIM_Processor WHERE LoadPercentage > 50"}, "DeviceID = \"CPU1\";"},
+        {{"-n", "root/interop", "instance", "names", "CIM_Namespace"}, "Name=\"root/interop\""},
+        {{"instance", "names", "root/interop:CIM_ObjectManager"}, "CIM_ObjectManager."},
+        {{"method", "invoke", "Mock_AllTypes", "ReturnCode"}, "uint32 ReturnValue = 4096;"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.args[0] + " " + c.args[1]);
+        Result r = cli(c.args);
+        EXPECT_EQ(r.code, 0) << r.err;
+        EXPECT_TRUE(contains(r.out, c.expected)) << r.out;
+        EXPECT_EQ(r.err, "");
+    }
+}
+
+TEST_F(Cli, AssociationQueriesFilter) {
+    Result r = cli({"assoc", "associator-names", kSystem, "--result-class", "CIM_Processor"});
+    ASSERT_EQ(r.code, 0) << r.err;
+    EXPECT_TRUE(contains(r.out, "DeviceID=\"CPU1\""));
+    EXPECT_FALSE(contains(r.out, "disk0"));
+    // An empty answer is no failure.
+    r = cli({"assoc", "associators", kSystem, "--assoc-class", "CIM_DeviceSAPImplementation", "--role", "Nope"});
+    EXPECT_EQ(r.code, 0) << r.err;
+    EXPECT_EQ(r.out, "");
+}
+
+TEST_F(Cli, CreateGetModifyDeleteRoundTrip) {
+    Result r = cli({"instance", "create", "Mock_Processor", "DeviceID=CPU-CLI", "CreationClassName=Mock_Processor",
+                    "SystemCreationClassName=Mock_ComputerSystem", "SystemName=mock-server.example.com",
+                    "MaxClockSpeed=1000", R"(ElementName="a <b> & \"c\", d")"});
+    ASSERT_EQ(r.code, 0) << r.err;
+    std::string path = r.out.substr(0, r.out.find('\n'));
+    EXPECT_TRUE(contains(path, R"(DeviceID="CPU-CLI")")) << path;
+
+    r = cli({"instance", "get", path});
+    ASSERT_EQ(r.code, 0) << r.err;
+    EXPECT_TRUE(contains(r.out, R"(ElementName = "a <b> & \"c\", d";)")) << r.out;
+    EXPECT_TRUE(contains(r.out, "MaxClockSpeed = 1000;"));
+
+    r = cli({"instance", "modify", path, "ElementName=renamed", "MaxClockSpeed=2000", "LoadPercentage=NULL"});
+    ASSERT_EQ(r.code, 0) << r.err;
+    EXPECT_EQ(r.out, "");
+    r = cli({"instance", "get", path, "--output", "json"});
+    ASSERT_EQ(r.code, 0) << r.err;
+    auto j = nlohmann::json::parse(r.out);
+    EXPECT_EQ(j["properties"]["ElementName"]["value"], "renamed");
+    EXPECT_EQ(j["properties"]["MaxClockSpeed"]["value"], 2000);
+    EXPECT_TRUE(j["properties"]["LoadPercentage"]["value"].is_null());
+
+    r = cli({"instance", "delete", path});
+    ASSERT_EQ(r.code, 0) << r.err;
+    r = cli({"instance", "get", path});
+    EXPECT_EQ(r.code, 1);
+    EXPECT_TRUE(contains(r.err, "CIM error 6 CIM_ERR_NOT_FOUND: ")) << r.err;
+}
+
+TEST_F(Cli, TypedMethodCallReturnsOutParameters) {
+    Result r = cli({"method", "invoke", "Mock_AllTypes", "Echo", R"(S=say "hi", twice)", "U32=4294967295",
+                    "S64=-5", "B=true", "R64=2.5", "DT=20240101120000.000000+000", R"(SArray=[a,"b,c"])",
+                    "U16Array=1,2,3", R"(Ref=Mock_ComputerSystem.CreationClassName="Mock_ComputerSystem",)"
+                    R"(Name="mock-server.example.com")",
+                    "--output", "json"});
+    ASSERT_EQ(r.code, 0) << r.err;
+    auto j = nlohmann::json::parse(r.out);
+    EXPECT_EQ(j["returnValue"]["value"], 0);
+    const auto& out = j["out"];
+    EXPECT_EQ(out["S"]["value"], R"(say "hi", twice)");
+    EXPECT_EQ(out["U32"]["value"], 4294967295u);
+    EXPECT_EQ(out["S64"]["value"], -5);
+    EXPECT_EQ(out["B"]["value"], true);
+    EXPECT_EQ(out["R64"]["value"], 2.5);
+    EXPECT_EQ(out["SArray"]["value"], nlohmann::json::array({"a", "b,c"}));
+    EXPECT_EQ(out["U16Array"]["value"], nlohmann::json::array({1, 2, 3}));
+    EXPECT_EQ(out["Ref"]["value"]["className"], "Mock_ComputerSystem");
+
+    // An instance method that changes the instance; an explicit type needs no lookup.
+    const std::string target = R"(Mock_AllTypes.InstanceID="mock:alltypes:2")";
+    r = cli({"method", "invoke", target, "SetPString", "Value:string=set by cli"});
+    ASSERT_EQ(r.code, 0) << r.err;
+    EXPECT_EQ(r.out, "uint32 ReturnValue = 0;\n");
+    r = cli({"instance", "get", target});
+    EXPECT_TRUE(contains(r.out, R"(PString = "set by cli";)")) << r.out;
+}
+
+TEST_F(Cli, JsonAndXmlShapes) {
+    Result r = cli({"instance", "names", "CIM_Processor", "-o", "json"});
+    ASSERT_EQ(r.code, 0) << r.err;
+    auto names = nlohmann::json::parse(r.out);
+    ASSERT_EQ(names.size(), 2u);
+    EXPECT_EQ(names[0]["className"], "Mock_Processor");
+    EXPECT_EQ(names[0]["keys"]["DeviceID"], "CPU0");
+    EXPECT_EQ(names[0]["text"], kCpu0);
+
+    r = cli({"class", "get", "Mock_AllTypes", "-o", "json"});
+    auto cls = nlohmann::json::parse(r.out);
+    EXPECT_EQ(cls[0]["name"], "Mock_AllTypes");
+    bool sawEcho = false;
+    for (const auto& m : cls[0]["methods"])
+        if (m["name"] == "Echo") sawEcho = m["parameters"].size() == 9;
+    EXPECT_TRUE(sawEcho);
+
+    r = cli({"instance", "get", kCpu0, "-o", "xml"});
+    ASSERT_EQ(r.code, 0) << r.err;
+    EXPECT_EQ(r.out.rfind("<INSTANCE CLASSNAME=\"Mock_Processor\">", 0), 0u) << r.out;
+    EXPECT_TRUE(contains(r.out, "<PROPERTY NAME=\"DeviceID\" TYPE=\"string\"><VALUE>CPU0</VALUE></PROPERTY>"));
+
+    // An embedded instance survives being written (the writer detaches it).
+    r = cli({"instance", "enumerate", "Mock_AllTypes", "-o", "xml"});
+    EXPECT_EQ(r.code, 0) << r.err;
+    EXPECT_TRUE(contains(r.out, "<VALUE.NAMEDINSTANCE>"));
+}
+
+// Each kind of failure has its own exit code and says what went wrong.
+TEST_F(Cli, FailuresHaveTheirExitCodes) {
+    struct Case {
+        std::string name;
+        std::vector<std::string> args;
+        std::map<std::string, std::string> env;
+        int code;
+        std::string message;
+    };
+    const std::string port = std::to_string(server_->port());
+    const std::string authPort = std::to_string(authServer_->port());
+    const Case cases[] = {
+        {"unknown class", {"--port", port, "class", "get", "No_Such"}, {}, 1, "CIM error 6 CIM_ERR_NOT_FOUND: "},
+        {"no such class", {"--port", port, "instance", "enumerate", "No_Such"}, {}, 1,
+         "CIM error 5 CIM_ERR_INVALID_CLASS: class No_Such"},
+        {"no instance", {"--port", port, "instance", "get", R"(Mock_Processor.DeviceID="none")"}, {}, 1,
+         "CIM_ERR_NOT_FOUND"},
+        {"bad namespace", {"--port", port, "-n", "no/where", "class", "names"}, {}, 1, "CIM_ERR_INVALID_NAMESPACE"},
+        {"method fails", {"--port", port, "method", "invoke", "Mock_AllTypes", "Fail"}, {}, 1, "CIM_ERR_FAILED"},
+        {"bad query", {"--port", port, "query", "SELEKT"}, {}, 1, "CIM_ERR_INVALID_QUERY"},
+        {"wrong password", {"--port", authPort, "-u", "admin", "class", "names"}, {{"CIMXML_PASSWORD", "wrong"}}, 3,
+         "authentication failed for user 'admin'"},
+        {"no password", {"--port", authPort, "-u", "admin", "class", "names"}, {}, 3, "HTTP 401"},
+        {"closed port", {"--port", "1", "class", "names"}, {}, 4, "no reply from 127.0.0.1:1"},
+        {"closed port, delete", {"--port", "1", "instance", "delete", kCpu0}, {}, 4, "no reply"},
+        {"closed port, invoke", {"--port", "1", "method", "invoke", "Mock_AllTypes", "ReturnCode"}, {}, 4,
+         "no reply"},
+        {"unknown host", {"--host", "no-such-host.invalid", "class", "names"}, {}, 4, "cannot resolve host"},
+        {"no local broker", {"--local", "class", "names"}, {{"LD_LIBRARY_PATH", "/nonexistent"}}, 4,
+         "libcimcClientSfcbLocal.so cannot be loaded"},
+        {"bad option", {"--bogus", "class", "names"}, {}, 2, "--bogus"},
+        {"no command", {"--port", port}, {}, 2, "subcommand"},
+        {"bad output", {"-o", "yaml", "class", "names"}, {}, 2, "yaml"},
+        {"bad path", {"--port", port, "instance", "get", "CIM_Foo.Name=x"}, {}, 2, "strings need double quotes"},
+        {"class as path", {"--port", port, "instance", "delete", "CIM_Foo"}, {}, 2, "names a class"},
+        {"bad value", {"--port", port, "method", "invoke", "Mock_AllTypes", "Echo", "U32=-1"}, {}, 2, "not a uint32"},
+        {"undeclared", {"--port", port, "method", "invoke", "Mock_AllTypes", "Echo", "Nope=1"}, {}, 2,
+         "has no parameter Nope"},
+        {"no method", {"--port", port, "method", "invoke", "Mock_AllTypes", "Nope", "X=1"}, {}, 2,
+         "declares no method Nope"},
+        {"bad url", {"class", "names"}, {{"CIMXML_URL", "http://u:pw@h/"}}, 2, "CIMXML_PASSWORD"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        Result r = runCli(c.args, c.env);
+        EXPECT_EQ(r.code, c.code) << r.err;
+        EXPECT_TRUE(contains(r.err, c.message)) << r.err;
+        EXPECT_EQ(r.out, "");
+    }
+}
+
+TEST_F(Cli, UrlSetsDefaultsAndOptionsOverrideIt) {
+    const std::string port = std::to_string(authServer_->port());
+    std::map<std::string, std::string> env{{"CIMXML_URL", "http://admin@localhost:" + port + "/root/interop"},
+                                           {"CIMXML_PASSWORD", "secret"}};
+    Result r = runCli({"instance", "names", "CIM_ObjectManager"}, env);
+    EXPECT_EQ(r.code, 0) << r.err;
+    EXPECT_TRUE(contains(r.out, "CIM_ObjectManager."));
+    r = runCli({"-n", "root/cimv2", "instance", "names", "CIM_Processor"}, env);
+    EXPECT_EQ(r.code, 0) << r.err;
+    EXPECT_TRUE(contains(r.out, "DeviceID=\"CPU1\""));
+    r = runCli({"-u", "other", "class", "names"}, env);
+    EXPECT_EQ(r.code, 3);
+}
+
+TEST(CliHelp, EveryCommandHasHelpWithAnExample) {
+    const std::vector<std::vector<std::string>> commands = {
+        {"class", "get"},         {"class", "enumerate"},          {"class", "names"},
+        {"instance", "get"},      {"instance", "enumerate"},       {"instance", "names"},
+        {"instance", "create"},   {"instance", "modify"},          {"instance", "delete"},
+        {"assoc", "associators"}, {"assoc", "associator-names"},   {"assoc", "references"},
+        {"assoc", "reference-names"}, {"method", "invoke"},        {"query"},
+    };
+    for (auto args : commands) {
+        SCOPED_TRACE(args.back());
+        args.push_back("--help");
+        Result r = runCli(args);
+        EXPECT_EQ(r.code, 0);
+        EXPECT_TRUE(contains(r.out, "Example:\n  cimxml " + args[0])) << r.out;
+    }
+    Result r = runCli({"completion", "bash"});
+    EXPECT_EQ(r.code, 0);
+    EXPECT_TRUE(contains(r.out, "[\"assoc\"]=\"associators associator-names references reference-names"));
+    EXPECT_TRUE(contains(r.out, "complete -o default -F _cimxml cimxml"));
+}
+
+#ifdef CIMXML_BROKER_DIR
+TEST(CliLocal, LocalBrokerAnswers) {
+    Result r = runCli({"--local", "instance", "names", "CIM_Processor"},
+                      {{"LD_LIBRARY_PATH", CIMXML_BROKER_DIR}});
+    EXPECT_EQ(r.code, 0) << r.err;
+    EXPECT_TRUE(contains(r.out, "CIM_Processor") || contains(r.out, "Mock_Processor")) << r.out;
+}
+#endif
+
+}  // namespace
