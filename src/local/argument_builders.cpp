@@ -3,6 +3,7 @@
 // (scalars, embedded instances, arrays and references).
 #include <strings.h>
 
+#include <climits>
 #include <cstring>
 #include <string>
 
@@ -254,7 +255,8 @@ int CDATASectionHandler(Property* properties, PropertyArray* propertyArrays, CIM
         const Value* head = pa->valueArray ? pa->valueArray->value : nullptr;
         if (head) previousHead = head;
         else head = previousHead;
-        count += countValues(head);
+        const int added = countValues(head);
+        count = count > INT_MAX - added ? INT_MAX : count + added;  // saturates instead of overflowing
         if (!pa->name || !pa->type) continue;
 
         const bool isString = strcasecmp(pa->type, "string") == 0;
