@@ -193,7 +193,11 @@ extern "C" {
 
 int CIMC_AddKeyValues(CIMCObjectPath* objectPath, InstanceName* instanceName, CIMCEnv* env) {
     if (!objectPath || !objectPath->ft || !objectPath->ft->addKey || !instanceName) return -1;
-    return addKeys(objectPath, instanceName, env);
+    try {
+        return addKeys(objectPath, instanceName, env);
+    } catch (...) {  // a namespace text that could not be built
+        return -1;
+    }
 }
 
 }  // extern "C"

@@ -1,7 +1,6 @@
 // Type codes and value text: broker type codes to CIM type names and back,
 // one typed value to its text, array values to value lists, and the datetime
 // and interval records to their CIM-XML text.
-#include <cinttypes>
 #include <cstdio>
 #include <cstring>
 
