@@ -22,33 +22,14 @@
 #include "cimxml/client.h"
 #include "cimxml/lifecycle.h"
 #include "cimxml/parser.h"
+#include "bench_items.h"
 #include "best_reporter.h"
 
 namespace {
 
 constexpr int kInstances = 20000;
 
-// Bench_Item: keys Id and Slot, S01..S10 and U01..U10, and Tags[].
-std::string generateMof() {
-    std::string mof = "#pragma namespace(\"root/cimv2\")\nclass Bench_Item {\n  [Key] string Id;\n  [Key] uint32 Slot;\n";
-    char line[160];
-    for (int i = 1; i <= 10; ++i) {
-        std::snprintf(line, sizeof line, "  string S%02d;\n  uint32 U%02d;\n", i, i);
-        mof += line;
-    }
-    mof += "  string Tags[];\n};\n";
-    for (int n = 0; n < kInstances; ++n) {
-        std::snprintf(line, sizeof line, "instance of Bench_Item {\n  Id = \"item-%05d\";\n  Slot = %d;\n", n, n % 64);
-        mof += line;
-        for (int i = 1; i <= 10; ++i) {
-            std::snprintf(line, sizeof line, "  S%02d = \"text %02d of item %05d\";\n  U%02d = %d;\n", i, i, n, i,
-                          n * 10 + i);
-            mof += line;
-        }
-        mof += "  Tags = {\"red\", \"green\", \"blue\"};\n};\n";
-    }
-    return mof;
-}
+using bench::generateMof;
 
 const char* const kEnumerateRequest =
     "<?xml version=\"1.0\" encoding=\"utf-8\"?><CIM CIMVERSION=\"2.0\" DTDVERSION=\"2.0\"><MESSAGE ID=\"1234\" "
@@ -70,7 +51,7 @@ Setup& setup() {
     if (s) return *s;
     s = new Setup;
     std::string path = "/tmp/cimxml_e2e_bench_" + std::to_string(::getpid()) + ".mof";
-    std::ofstream(path) << generateMof();
+    std::ofstream(path) << generateMof(kInstances);
     cimmock::ServerOptions options;
     options.mofFiles = {path};
     s->server = std::make_unique<cimmock::Server>(options);
