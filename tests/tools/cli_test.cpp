@@ -14,6 +14,8 @@
 #include <string>
 #include <vector>
 
+#include <pugixml.hpp>
+
 #include "cimmock/repository.h"
 #include "cimmock/server.h"
 
@@ -234,10 +236,26 @@ TEST_F(Cli, JsonAndXmlShapes) {
     EXPECT_EQ(r.out.rfind("<INSTANCE CLASSNAME=\"Mock_Processor\">", 0), 0u) << r.out;
     EXPECT_TRUE(contains(r.out, "<PROPERTY NAME=\"DeviceID\" TYPE=\"string\"><VALUE>CPU0</VALUE></PROPERTY>"));
 
-    // An embedded instance survives being written (the writer detaches it).
-    r = cli({"instance", "enumerate", "Mock_AllTypes", "-o", "xml"});
-    EXPECT_EQ(r.code, 0) << r.err;
-    EXPECT_TRUE(contains(r.out, "<VALUE.NAMEDINSTANCE>"));
+    // Every XML output is well-formed, text with markup characters included.
+    const std::vector<std::vector<std::string>> xmlCommands = {
+        {"instance", "enumerate", "Mock_AllTypes"},
+        {"class", "get", "Mock_AllTypes", "--include-qualifiers"},
+        {"assoc", "references", kCpu0},
+        {"assoc", "associator-names", kSystem},
+        {"instance", "names", "CIM_Processor"},
+        {"method", "invoke", "Mock_AllTypes", "Echo", "S=<&>", "Ref=" + kCpu0},
+    };
+    for (auto args : xmlCommands) {
+        SCOPED_TRACE(args[0] + " " + args[1]);
+        args.insert(args.end(), {"-o", "xml"});
+        r = cli(args);
+        EXPECT_EQ(r.code, 0) << r.err;
+        pugi::xml_document doc;
+        auto parsed = doc.load_string(("<ROOT>" + r.out + "</ROOT>").c_str());
+        EXPECT_TRUE(parsed) << parsed.description() << "\n" << r.out;
+    }
+    r = cli({"instance", "get", R"(Mock_AllTypes.InstanceID="mock:alltypes:1")", "-o", "xml"});
+    EXPECT_TRUE(contains(r.out, "<VALUE>Hello &lt;CIM&gt; &amp; &quot;friends&quot;</VALUE>")) << r.out;
 }
 
 // Each kind of failure has its own exit code and says what went wrong.
@@ -307,6 +325,7 @@ TEST_F(Cli, UrlSetsDefaultsAndOptionsOverrideIt) {
 
 TEST(CliHelp, EveryCommandHasHelpWithAnExample) {
     const std::vector<std::vector<std::string>> commands = {
+        {"class"}, {"instance"}, {"assoc"}, {"method"},
         {"class", "get"},         {"class", "enumerate"},          {"class", "names"},
         {"instance", "get"},      {"instance", "enumerate"},       {"instance", "names"},
         {"instance", "create"},   {"instance", "modify"},          {"instance", "delete"},

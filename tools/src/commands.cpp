@@ -576,6 +576,7 @@ int run(int argc, char** argv, std::ostream& out, std::ostream& err) {
     std::vector<std::pair<CLI::App*, Action>> actions;
 
     CLI::App* cls = app.add_subcommand("class", "read class declarations")->require_subcommand(1);
+    cls->footer("Example:\n  cimxml class names CIM_LogicalDevice --deep-inheritance");
     CLI::App* c = command(cls, "get", "GetClass: one class declaration", "cimxml class get CIM_Processor --include-qualifiers",
                           actions, classGet);
     c->add_option("class", o.className, "class name")->required();
@@ -595,6 +596,7 @@ int run(int argc, char** argv, std::ostream& out, std::ostream& err) {
     addFlag(c, o.deepInheritance, "deep-inheritance", "all subclasses, not only direct ones");
 
     CLI::App* inst = app.add_subcommand("instance", "read and change instances")->require_subcommand(1);
+    inst->footer("Example:\n  cimxml instance enumerate CIM_Processor --output json");
     c = command(inst, "get", "GetInstance: one instance by its path",
                 "cimxml instance get 'Mock_Processor.CreationClassName=\"Mock_Processor\",DeviceID=\"CPU0\","
                 "SystemCreationClassName=\"Mock_ComputerSystem\",SystemName=\"mock-server.example.com\"'",
@@ -630,6 +632,7 @@ int run(int argc, char** argv, std::ostream& out, std::ostream& err) {
     c->add_option("path", o.path, "instance path")->required();
 
     CLI::App* assoc = app.add_subcommand("assoc", "follow associations")->require_subcommand(1);
+    assoc->footer("Example:\n  cimxml assoc associator-names 'CIM_Foo.Id=1' --assoc-class CIM_FooBar");
     c = command(assoc, "associators", "Associators: the objects associated with an object",
                 "cimxml assoc associators 'Mock_ComputerSystem.CreationClassName=\"Mock_ComputerSystem\","
                 "Name=\"mock-server.example.com\"' --assoc-class CIM_SystemDevice",
@@ -656,6 +659,7 @@ int run(int argc, char** argv, std::ostream& out, std::ostream& err) {
     addAssocOptions(c, o, false, false);
 
     CLI::App* method = app.add_subcommand("method", "call extrinsic methods")->require_subcommand(1);
+    method->footer("Example:\n  cimxml method invoke 'CIM_Foo.Id=1' RequestStateChange RequestedState=3");
     c = command(method, "invoke", "call a method on an instance, or on a class (static methods)",
                 "cimxml method invoke Mock_AllTypes Echo S=hello U32=42 'SArray=[a,\"b,c\"]'", actions, methodInvoke);
     c->add_option("object", o.path, "instance path, or a class name")->required();

@@ -367,8 +367,132 @@ private:
     std::vector<Saved> saved_;
 };
 
+// The writer puts text out as it stands and parsed records hold plain
+// text: escape it in place first, so the printed XML is well-formed.
+void esc(char*& text) {
+    if (!text || !std::strpbrk(text, "<>&\"'")) return;
+    char* escaped = dupText(xmlEscape(text));
+    std::free(text);
+    text = escaped;
+}
+void esc(Instance* inst);
+void esc(InstanceName* name);
+void esc(::Value* v) {
+    for (; v; v = v->next) {
+        esc(v->value);
+        esc(v->instance);
+    }
+}
+void esc(ValueArray* a) {
+    for (; a; a = a->next) esc(a->value);
+}
+void esc(Qualifier* q) {
+    for (; q; q = q->next) {
+        esc(q->value);
+        esc(q->valueArray);
+    }
+}
+void esc(NamespacePath* np) {
+    if (np) esc(np->host);
+}
+void esc(ValueReference* r) {
+    for (; r; r = r->next) {
+        if (r->classPath) esc(r->classPath->namespacePath);
+        if (r->instancePath) {
+            esc(r->instancePath->namespacePath);
+            esc(r->instancePath->instanceName);
+        }
+        if (r->localInstancePath) esc(r->localInstancePath->instanceName);
+        esc(r->instanceName);
+    }
+}
+void esc(InstanceName* name) {
+    for (; name; name = name->next) {
+        for (KeyBinding* kb = name->keyBindings; kb; kb = kb->next) {
+            if (kb->keyValue) esc(kb->keyValue->value);
+            esc(kb->valueReference);
+        }
+        if (name->keyValue) esc(name->keyValue->value);
+        esc(name->valueReference);
+    }
+}
+void esc(Instance* inst) {
+    for (; inst; inst = inst->next) {
+        esc(inst->qualifiers);
+        for (Property* p = inst->properties; p; p = p->next) {
+            esc(p->qualifiers);
+            esc(p->value);
+        }
+        for (PropertyArray* a = inst->propertyArrays; a; a = a->next) {
+            esc(a->qualifiers);
+            esc(a->valueArray);
+        }
+        for (PropertyReference* r = inst->propertyReferences; r; r = r->next) {
+            esc(r->qualifiers);
+            esc(r->valueReference);
+        }
+    }
+}
+void esc(Class* c) {
+    for (; c; c = c->next) {
+        esc(c->qualifiers);
+        for (Property* p = c->properties; p; p = p->next) {
+            esc(p->qualifiers);
+            esc(p->value);
+        }
+        for (PropertyArray* a = c->propertyArrays; a; a = a->next) {
+            esc(a->qualifiers);
+            esc(a->valueArray);
+        }
+        for (PropertyReference* r = c->propertyReferences; r; r = r->next) esc(r->qualifiers);
+        for (Method* m = c->methods; m; m = m->next) {
+            esc(m->qualifiers);
+            for (Parameter* p = m->parameters; p; p = p->next) esc(p->qualifiers);
+            for (ParameterArray* p = m->parameterArrays; p; p = p->next) esc(p->qualifiers);
+            for (ParameterReference* p = m->parameterReferences; p; p = p->next) esc(p->qualifiers);
+            for (ParameterRefArray* p = m->parameterRefArrays; p; p = p->next) esc(p->qualifiers);
+        }
+    }
+}
+void esc(ClassName*) {}  // names are identifiers
+void esc(NamedInstance* n) {
+    for (; n; n = n->next) {
+        esc(n->instanceName);
+        esc(n->instance);
+    }
+}
+void esc(ObjectPath* o) {
+    for (; o; o = o->next) {
+        if (o->classPath) esc(o->classPath->namespacePath);
+        if (o->instancePath) {
+            esc(o->instancePath->namespacePath);
+            esc(o->instancePath->instanceName);
+        }
+    }
+}
+void esc(ObjectWithPath* o) {
+    for (; o; o = o->next) {
+        if (o->classPath) esc(o->classPath->namespacePath);
+        if (o->instancePath) {
+            esc(o->instancePath->namespacePath);
+            esc(o->instancePath->instanceName);
+        }
+        esc(o->cimClass);
+        esc(o->instance);
+    }
+}
+void esc(ParamValue* p) {
+    for (; p; p = p->next) {
+        esc(p->value);
+        esc(p->valueArray);
+        esc(p->valueReference);
+        for (ValueRefArray* a = p->valueRefArray; a; a = a->next) esc(a->valueReference);
+    }
+}
+
 template <typename T>
 void writeXml(std::ostream& out, T* record, int (*gen)(T*, char**)) {
+    esc(record);
     char* xml = nullptr;
     gen(record, &xml);
     if (xml) out << xml << "\n";
