@@ -188,7 +188,8 @@ CIMXML_API int AddToKeyBindingList(KeyBinding** head, const char* name, const ch
  * its namespace path and takes the bindings over; that node's `next` is cut
  * to NULL, and the rest of the chain stays the caller's. Without a namespace
  * chain the reference stays empty and the key bindings stay the caller's.
- * On a failure the new instance name (with the bindings) is freed, -1. */
+ * On a failure the new instance name is freed and -1 returned; the key
+ * bindings and the namespace chain then stay the caller's. */
 CIMXML_API int AddToPropertyReferenceList(PropertyReference** head, KeyBinding* keyBindings, Namespace* namespaces,
                                           const char* referenceClassName, const char* propertyName);
 

@@ -46,21 +46,8 @@ int addReference(PropertyReference** refs, const char* propertyName, const CIMCO
         }
         if (failed) break;
 
-        PropertyReference* before = *refs;
-        while (before && before->next) before = before->next;
-        const char* clsChars = chars(cls);
-        if (AddToPropertyReferenceList(refs, keys, nsChain, clsChars, propertyName) != 0) {
-            // The bindings stay ours when the node could not be made or
-            // named. Past that point the append may have freed them with its
-            // instance name, so they are left alone (at worst a leak when
-            // memory ran out, never a double free).
-            PropertyReference* last = *refs;
-            while (last && last->next) last = last->next;
-            bool named = last && last != before &&
-                         (!propertyName || (last->name && (!clsChars || last->referenceClass)));
-            if (named) keys = nullptr;
-            break;
-        }
+        // A failed append leaves the bindings and the namespace ours.
+        if (AddToPropertyReferenceList(refs, keys, nsChain, chars(cls), propertyName) != 0) break;
         // Without a namespace the bindings are not linked anywhere.
         if (nsChain) keys = nullptr;
         nsChain = nullptr;

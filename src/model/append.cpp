@@ -192,6 +192,8 @@ int AddToPropertyReferenceList(PropertyReference** head, KeyBinding* keyBindings
     LocalNamespacePath* nsPath = path ? newRecord<LocalNamespacePath>() : nullptr;
     if (!path || !nsPath) {
         std::free(path);
+        // As on every failure, the bindings stay the caller's.
+        instanceName->keyBindings = nullptr;
         Free_InstanceName(instanceName);
         node->valueReference = nullptr;
         Free_ValueReference(ref);

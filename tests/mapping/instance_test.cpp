@@ -8,9 +8,9 @@ using namespace broker_test;
 class InstanceMapping : public Broker {
 protected:
     // A Mock_Processor with its four keys, a null uint32, a boolean, a string
-    // reading "true", a null array, a string array and, optionally, a
-    // reference to the computer system (two keys).
-    CIMCInstance* processor(bool withReference = true) {
+    // reading "true", a null array, a string array and a reference to the
+    // computer system (two keys).
+    CIMCInstance* processor() {
         CIMCInstance* inst = instance(path(kNs, "Mock_Processor",
                                            {{"SystemCreationClassName", "Mock_ComputerSystem"},
                                             {"SystemName", "mock-server.example.com"},
@@ -20,10 +20,9 @@ protected:
         set(inst, "ElementName", str("true"), CIMC_string);
         setNull(inst, "Codes", CIMC_uint16 | CIMC_ARRAY);
         set(inst, "Tags", array(CIMC_string, {str("a"), str("b")}), CIMC_string | CIMC_ARRAY);
-        if (withReference)
-            set(inst, "Owner", ref(path(kNs, "Mock_ComputerSystem", {{"CreationClassName", "Mock_ComputerSystem"},
-                                                                     {"Name", "host"}})),
-                CIMC_ref);
+        set(inst, "Owner",
+            ref(path(kNs, "Mock_ComputerSystem", {{"CreationClassName", "Mock_ComputerSystem"}, {"Name", "host"}})),
+            CIMC_ref);
         return inst;
     }
 };
@@ -94,10 +93,8 @@ TEST_F(InstanceMapping, ClassGivesTheListsOfAnInstanceWithItsValues) {
     EXPECT_EQ(mapInstance(nullptr, ni), -1);
 }
 
-// Without the reference: AddToPropertyReferenceList may keep or free the
-// bindings on one of its failures, and cannot say which.
 TEST_F(InstanceMapping, AllocationFailuresReportFailure) {
-    CIMCInstance* inst = processor(false);
+    CIMCInstance* inst = processor();
     EXPECT_GT(failEachAllocation([&] {
                   NamedInstance* ni = cimxml::newRecord<NamedInstance>();
                   int rc = ni ? mapInstance(inst, ni) : -1;
