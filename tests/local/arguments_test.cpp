@@ -66,7 +66,8 @@ TEST_F(Arguments, EmbeddedInstanceCarriesSixTypes) {
                              chain<Property>({property("U16", "uint16", "70000"), property("S8", "sint8", "-1"),
                                               property("B", "boolean", "yes"), property("S", "string", "s"),
                                               property("D", "datetime", "20240305070809.000000+060"),
-                                              property("U32", "uint32", "5"), property("S64", "sint64", "5")}),
+                                              property("U32", "uint32", "5"), property("S64", "sint64", "5"),
+                                              property("N", "string", nullptr), property(nullptr, "uint8", "1")}),
                              nullptr);
     EXPECT_EQ(CIMC_CreateCDataArgument(p, "root/cimv2", args, env_), 0);
     CIMCData d = get(args, "E");
@@ -79,6 +80,7 @@ TEST_F(Arguments, EmbeddedInstanceCarriesSixTypes) {
     EXPECT_EQ(text(get(inst, "D")), "20240305070809.000000+060");
     EXPECT_EQ(get(inst, "U32").state, CIMC_notFound);  // left out on purpose
     EXPECT_EQ(get(inst, "S64").state, CIMC_notFound);
+    EXPECT_EQ(get(inst, "N").state, CIMC_notFound);  // no text: not set at all
 
     ParamValue* classless = embedded(nullptr, nullptr, nullptr);
     ParamValue* plain = param("P", "string", "text");
@@ -158,6 +160,13 @@ TEST_F(Arguments, ArraysAndReferences) {
     many->valueRefArray = make<ValueRefArray>();
     many->valueRefArray->valueReference = make<ValueReference>();
     many->valueRefArray->valueReference->className = className("A");
+    ValueReference* second = many->valueRefArray->valueReference->next = make<ValueReference>();
+    second->localInstancePath = make<LocalInstancePath>();  // its own namespace, "root/interop"
+    second->localInstancePath->localNamespacePath = make<LocalNamespacePath>();
+    second->localInstancePath->localNamespacePath->namespaces = chain<Namespace>({make<Namespace>(), make<Namespace>()});
+    second->localInstancePath->localNamespacePath->namespaces->name = dup("root");
+    second->localInstancePath->localNamespacePath->namespaces->next->name = dup("interop");
+    second->localInstancePath->instanceName = instanceName("B", {});
     ParamValue* none = param("X", "reference", nullptr);
     EXPECT_EQ(CIMC_CreateValueRefArguments(one, "root/cimv2", args, env_), 0);
     EXPECT_EQ(CIMC_CreateValueRefArguments(many, "root/cimv2", args, env_), 0);
@@ -168,8 +177,15 @@ TEST_F(Arguments, ArraysAndReferences) {
     EXPECT_EQ(text(key), "n1");
     CIMCData rs = get(args, "Rs");
     ASSERT_EQ(rs.type, CIMC_ARRAY | CIMC_ref);
-    CIMCString* cls = at(rs, 0).value.ref->ft->getClassName(at(rs, 0).value.ref, nullptr);
-    EXPECT_STREQ(cls->ft->getCharPtr(cls, nullptr), "A");
+    ASSERT_EQ(size(rs), 2);
+    const char* expected[][2] = {{"root/cimv2", "A"}, {"root/interop", "B"}};
+    for (int i = 0; i < 2; ++i) {
+        CIMCObjectPath* op = at(rs, i).value.ref;
+        CIMCString* ns = op->ft->getNameSpace(op, nullptr);
+        CIMCString* cls = op->ft->getClassName(op, nullptr);
+        EXPECT_STREQ(ns->ft->getCharPtr(ns, nullptr), expected[i][0]);
+        EXPECT_STREQ(cls->ft->getCharPtr(cls, nullptr), expected[i][1]);
+    }
     EXPECT_EQ(get(args, "X").state, CIMC_notFound);
     for (ParamValue* p : {params, one, many, none}) Free_ParamValue(p);
 }

@@ -4,6 +4,7 @@
 #include <functional>
 
 #include "local_support.h"
+#include "model/alloc.h"
 
 namespace {
 
@@ -54,87 +55,69 @@ struct Operation {
     int silent;  // the result when the broker fails without a message
 };
 
+// Each operation's records are built and freed inside its run.
+template <class T, class F>
+auto with(T* (*build)(), int (*free)(T*), F call) {
+    T* arg = build();
+    int rc = call(arg);
+    free(arg);
+    return rc;
+}
+ObjectName* cpuName() { return objectName(cpu0()); }
+NamedInstance* modification() {
+    NamedInstance* ni = make<NamedInstance>();
+    ni->instanceName = allTypes("mock:alltypes:2");
+    ni->instance = allTypesInstance("mock:alltypes:2", property("PUint8", "uint8", "1"));
+    return ni;
+}
+Instance* creation() { return allTypesInstance("local:never", nullptr); }
+InstanceName* absent() { return allTypes("local:absent"); }
+InstanceName* allTypes1() { return allTypes("mock:alltypes:1"); }
+
 std::vector<Operation> operations() {
+    using R = NamedInstance;  // result type of the operations that give none
     return {
-        {"EnumInstances: classname: Mock_Processor", "EnumInstances",
-         op<NamedInstance>([](NamedInstance** r, const char* ns, Error** e) {
-             return CIMC_EnumInstances(r, "Mock_Processor", "h", "u", "p", 1, e, ns);
-         }, Free_NamedInstance), 0},
-        {"EnumInstanceNames: classname: Mock_Processor", "EnumInstanceNames",
-         op<InstanceName>([](InstanceName** r, const char* ns, Error** e) {
-             return CIMC_EnumInstanceNames(r, "Mock_Processor", "h", "u", "p", e, ns);
-         }, Free_InstanceName), 0},
-        {"GetInstance: classname: Mock_Processor", "GetInstance",
-         op<Instance>([](Instance** r, const char* ns, Error** e) {
-             InstanceName* n = cpu0();
-             int rc = CIMC_GetInstance(r, n, "h", "u", "p", e, ns);
-             Free_InstanceName(n);
-             return rc;
-         }, Free_Instance), 0},
-        {"GetClass: classname: Mock_Processor", "GetClass",
-         op<Class>([](Class** r, const char* ns, Error** e) {
-             return CIMC_GetClass(r, "Mock_Processor", "h", "u", "p", e, ns);
-         }, Free_Class), 0},
+        {"EnumInstances: classname: Mock_Processor", "EnumInstances", op<NamedInstance>([](auto r, auto ns, auto e) {
+             return CIMC_EnumInstances(r, "Mock_Processor", "h", "u", "p", 1, e, ns); }, Free_NamedInstance), 0},
+        {"EnumInstanceNames: classname: Mock_Processor", "EnumInstanceNames", op<InstanceName>([](auto r, auto ns, auto e) {
+             return CIMC_EnumInstanceNames(r, "Mock_Processor", "h", "u", "p", e, ns); }, Free_InstanceName), 0},
+        {"GetInstance: classname: Mock_Processor", "GetInstance", op<Instance>([](auto r, auto ns, auto e) {
+             return with(cpu0, Free_InstanceName, [&](InstanceName* n) {
+                 return CIMC_GetInstance(r, n, "h", "u", "p", e, ns); }); }, Free_Instance), 0},
+        {"GetClass: classname: Mock_Processor", "GetClass", op<Class>([](auto r, auto ns, auto e) {
+             return CIMC_GetClass(r, "Mock_Processor", "h", "u", "p", e, ns); }, Free_Class), 0},
         {"Associators: classname: Mock_ComputerSystem, assoc: CIM_SystemDevice, result: (null)", "Associators",
-         op<ObjectWithPath>([](ObjectWithPath** r, const char* ns, Error** e) {
-             InstanceName* n = server();
-             int rc = CIMC_Associators(r, n, "CIM_SystemDevice", nullptr, nullptr, nullptr, "h", "u", "p", e, ns);
-             Free_InstanceName(n);
-             return rc;
-         }, Free_ObjectWithPath), 0},
+         op<ObjectWithPath>([](auto r, auto ns, auto e) {
+             return with(server, Free_InstanceName, [&](InstanceName* n) {
+                 return CIMC_Associators(r, n, "CIM_SystemDevice", nullptr, nullptr, nullptr, "h", "u", "p", e, ns);
+             }); }, Free_ObjectWithPath), 0},
         {"AssociatorNames: classname: Mock_ComputerSystem, assoc: (null), result: Mock_Processor", "AssociatorNames",
-         op<ObjectPath>([](ObjectPath** r, const char* ns, Error** e) {
-             InstanceName* n = server();
-             int rc = CIMC_AssociatorNames(r, n, "Mock_ComputerSystem", nullptr, "Mock_Processor", nullptr, nullptr,
-                                           "h", "u", "p", e, ns);
-             Free_InstanceName(n);
-             return rc;
-         }, Free_ObjectPath), 0},
-        {"References classname: Mock_Processor", "References",
-         op<ObjectWithPath>([](ObjectWithPath** r, const char* ns, Error** e) {
-             ObjectName* n = objectName(cpu0());
-             int rc = CIMC_References(r, n, nullptr, nullptr, 1, 1, nullptr, ns, "u", "p", e);
-             Free_ObjectName(n);
-             return rc;
+         op<ObjectPath>([](auto r, auto ns, auto e) {
+             return with(server, Free_InstanceName, [&](InstanceName* n) {
+                 return CIMC_AssociatorNames(r, n, "Mock_ComputerSystem", nullptr, "Mock_Processor", nullptr,
+                                             nullptr, "h", "u", "p", e, ns);
+             }); }, Free_ObjectPath), 0},
+        {"References classname: Mock_Processor", "References", op<ObjectWithPath>([](auto r, auto ns, auto e) {
+             return with(cpuName, Free_ObjectName, [&](ObjectName* n) {
+                 return CIMC_References(r, n, nullptr, nullptr, 1, 1, nullptr, ns, "u", "p", e); });
          }, Free_ObjectWithPath), 0},
-        {"ReferenceNames classname: Mock_Processor", "ReferenceNames",
-         op<ObjectPath>([](ObjectPath** r, const char* ns, Error** e) {
-             ObjectName* n = objectName(cpu0());
-             int rc = CIMC_ReferenceNames(r, n, nullptr, nullptr, ns, "u", "p", e);
-             Free_ObjectName(n);
-             return rc;
+        {"ReferenceNames classname: Mock_Processor", "ReferenceNames", op<ObjectPath>([](auto r, auto ns, auto e) {
+             return with(cpuName, Free_ObjectName, [&](ObjectName* n) {
+                 return CIMC_ReferenceNames(r, n, nullptr, nullptr, ns, "u", "p", e); });
          }, Free_ObjectPath), 0},
-        {"", nullptr,
-         op<InstanceName>([](InstanceName** r, const char* ns, Error** e) {
-             Instance* i = allTypesInstance("local:never", nullptr);
-             int rc = CIMC_CreateInstance(r, i, ns, "u", "p", e);
-             Free_Instance(i);
-             return rc;
-         }, Free_InstanceName), 0},
-        {"ModifyInstance: classname: Mock_AllTypes", "ModifyInstance",
-         op<Instance>([](Instance**, const char* ns, Error** e) {
-             NamedInstance* ni = make<NamedInstance>();
-             ni->instanceName = allTypes("mock:alltypes:2");
-             ni->instance = allTypesInstance("mock:alltypes:2", property("PUint8", "uint8", "1"));
-             int rc = CIMC_ModifyInstance(ni, 0, ns, "u", "p", e);
-             Free_NamedInstance(ni);
-             return rc;
-         }, Free_Instance), 0},
-        {"", nullptr,
-         op<Instance>([](Instance**, const char* ns, Error** e) {
-             InstanceName* n = allTypes("local:absent");
-             int rc = CIMC_DeleteInstance(n, ns, "u", "p", e);
-             Free_InstanceName(n);
-             return rc;
-         }, Free_Instance), -1},
-        {"InvokeMethod classname: Mock_AllTypes", "InvokeMethod",
-         op<ParamValue>([](ParamValue** r, const char* ns, Error** e) {
-             InstanceName* n = allTypes("mock:alltypes:1");
+        {"", nullptr, op<InstanceName>([](auto r, auto ns, auto e) {
+             return with(creation, Free_Instance, [&](Instance* i) {
+                 return CIMC_CreateInstance(r, i, ns, "u", "p", e); }); }, Free_InstanceName), 0},
+        {"ModifyInstance: classname: Mock_AllTypes", "ModifyInstance", op<R>([](auto, auto ns, auto e) {
+             return with(modification, Free_NamedInstance, [&](NamedInstance* ni) {
+                 return CIMC_ModifyInstance(ni, 0, ns, "u", "p", e); }); }, Free_NamedInstance), 0},
+        {"", nullptr, op<R>([](auto, auto ns, auto e) {
+             return with(absent, Free_InstanceName, [&](InstanceName* n) {
+                 return CIMC_DeleteInstance(n, ns, "u", "p", e); }); }, Free_NamedInstance), -1},
+        {"InvokeMethod classname: Mock_AllTypes", "InvokeMethod", op<ParamValue>([](auto r, auto ns, auto e) {
              *r = reinterpret_cast<ParamValue*>(0x1);  // cleared first
-             int rc = CIMC_InvokeMethod(n, "ReturnCode", ns, nullptr, r, "u", "p", e);
-             Free_InstanceName(n);
-             return rc;
-         }, Free_ParamValue), 0},
+             return with(allTypes1, Free_InstanceName, [&](InstanceName* n) {
+                 return CIMC_InvokeMethod(n, "ReturnCode", ns, nullptr, r, "u", "p", e); }); }, Free_ParamValue), 0},
     };
 }
 
@@ -220,46 +203,76 @@ TEST(Frame, EmptyAndBrokenOffEnumerations) {
     EXPECT_EQ(error, nullptr);
 }
 
+// A failed allocation anywhere in the mapping ends the operation with -1 and
+// no result; the records built so far are kept unfreed.
+TEST(Frame, AllocationFailuresLeaveNoResult) {
+    InstanceName* path = allTypes("mock:alltypes:1");
+    ParamValue* in = chain<ParamValue>({param("S", "string", "x"), param("U32", "uint32", "7")});
+    const std::function<int(bool*)> runs[] = {
+        [](bool* produced) {
+            NamedInstance* r = nullptr;
+            Error* e = nullptr;
+            int rc = CIMC_EnumInstances(&r, "CIM_LogicalDevice", nullptr, "u", "p", 1, &e, kNs);
+            *produced = r != nullptr || e != nullptr;
+            Free_NamedInstance(r);
+            return rc;
+        },
+        [&](bool* produced) {
+            ParamValue* out = nullptr;
+            Error* e = nullptr;
+            int rc = CIMC_InvokeMethod(path, "Echo", kNs, in, &out, "u", "p", &e);
+            *produced = out != nullptr || e != nullptr;
+            Free_ParamValue(out);
+            return rc;
+        },
+    };
+    for (const auto& run : runs) {
+        for (long n = 0;; ++n) {
+            bool produced = false;
+            cimxml::g_allocFailCountdown = n;
+            int rc = run(&produced);
+            cimxml::g_allocFailCountdown = -1;
+            ASSERT_TRUE(rc == 0 || rc == -1);
+            if (rc == 0) {
+                EXPECT_TRUE(produced);
+                EXPECT_GT(n, 2);
+                break;
+            }
+            EXPECT_FALSE(produced) << "failing allocation " << n;
+            ASSERT_LT(n, 5000);
+        }
+    }
+    Free_ParamValue(in);
+    Free_InstanceName(path);
+}
+
+// Each reading operation calls its own broker operation and keeps the
+// broker's order.
 TEST(Results, ReadingOperations) {
     Error* error = nullptr;
+    InstanceName* sys = server();
+    ObjectName* cpu = objectName(cpu0());
     NamedInstance* instances = nullptr;
-    InstanceName* names = nullptr;
-    Class* cls = nullptr;
     ObjectWithPath* associators = nullptr;
     ObjectPath* associatorNames = nullptr;
     ObjectWithPath* references = nullptr;
-    ObjectPath* referenceNames = nullptr;
-    InstanceName* sys = server();
-    ObjectName* cpu = objectName(cpu0());
-    EXPECT_EQ(CIMC_EnumInstances(&instances, "CIM_Processor", nullptr, "u", "p", 1, &error, kNs), 0);
-    EXPECT_EQ(CIMC_EnumInstanceNames(&names, "Mock_Processor", nullptr, "u", "p", &error, kNs), 0);
-    EXPECT_EQ(CIMC_GetClass(&cls, "Mock_Processor", nullptr, "u", "p", &error, kNs), 0);
+    EXPECT_EQ(CIMC_EnumInstances(&instances, "CIM_LogicalDevice", nullptr, "u", "p", 1, &error, kNs), 0);
     EXPECT_EQ(CIMC_Associators(&associators, sys, "CIM_SystemDevice", nullptr, nullptr, nullptr, nullptr, "u", "p",
                                &error, kNs), 0);
-    EXPECT_EQ(CIMC_AssociatorNames(&associatorNames, sys, "Mock_ComputerSystem", "CIM_SystemDevice", "Mock_Processor",
-                                   nullptr, nullptr, nullptr, "u", "p", &error, kNs), 0);
+    EXPECT_EQ(CIMC_AssociatorNames(&associatorNames, sys, "Mock_ComputerSystem", "CIM_SystemDevice",
+                                   "Mock_Processor", nullptr, nullptr, nullptr, "u", "p", &error, kNs), 0);
     EXPECT_EQ(CIMC_References(&references, cpu, nullptr, nullptr, 0, 0, nullptr, kNs, "u", "p", &error), 0);
-    EXPECT_EQ(CIMC_ReferenceNames(&referenceNames, cpu, nullptr, nullptr, kNs, "u", "p", &error), 0);
     EXPECT_EQ(error, nullptr);
-    EXPECT_EQ(count(instances), 2);
-    EXPECT_EQ(count(names), 2);
-    for (NamedInstance* ni = instances; ni; ni = ni->next) {
-        EXPECT_STREQ(ni->instance->className->name, "Mock_Processor");
-        EXPECT_STREQ(ni->instanceName->className->name, "Mock_Processor");
-    }
-    ASSERT_NE(cls, nullptr);
-    EXPECT_STREQ(cls->name, "Mock_Processor");
+    EXPECT_EQ(count(instances), 6);
+    ASSERT_NE(instances, nullptr);
+    EXPECT_NE(instances->instance->className, instances->instanceName->className);  // two records, one name each
     EXPECT_EQ(count(associators), 6);
     EXPECT_EQ(count(associatorNames), 2);
     EXPECT_EQ(count(references), 1);
-    EXPECT_EQ(count(referenceNames), 1);
     Free_NamedInstance(instances);
-    Free_InstanceName(names);
-    Free_Class(cls);
     Free_ObjectWithPath(associators);
     Free_ObjectPath(associatorNames);
     Free_ObjectWithPath(references);
-    Free_ObjectPath(referenceNames);
     Free_InstanceName(sys);
     Free_ObjectName(cpu);
 }

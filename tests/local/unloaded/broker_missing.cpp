@@ -8,6 +8,21 @@ namespace {
 
 using namespace localtest;
 
+// First in this process: the first Entering/Leaving line initialises the
+// logger by itself (LogCapture would initialise it for us).
+TEST(BrokerMissing, FirstLogLineInitialisesLogging) {
+    const std::string path = "/tmp/local_first_log_" + std::to_string(getpid());
+    unlink(path.c_str());
+    EnvScope level("RT_LOG_LEVEL", "2");
+    EnvScope file("RT_LOG_FILE", path.c_str());
+    cimc_debug(0, "First");
+    std::ifstream in(path);
+    std::string line;
+    EXPECT_TRUE(std::getline(in, line));
+    EXPECT_NE(line.find(" BINCIMCLIENT First src/clientapi:103: "), std::string::npos) << line;
+    unlink(path.c_str());
+}
+
 TEST(BrokerMissing, OperationsReportTheLoadFailureOnStderr) {
     LogCapture log;
     NamedInstance* result = nullptr;
