@@ -59,7 +59,7 @@ const char* fullTypeName(unsigned int code);
 NamespacePath* newNamespacePath(const char* nameSpace);
 
 // A new InstanceName (class name, key bindings) for a broker path; nullptr
-// on a failed allocation or a NULL path.
+// for a NULL path, or with *failed set when an allocation fails.
 InstanceName* newInstanceName(const CIMCObjectPath* op, bool* failed);
 
 // A ValueReference for a broker path: an instancePath (namespace path as
