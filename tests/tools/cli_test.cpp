@@ -11,6 +11,7 @@
 #include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <regex>
 #include <string>
 #include <vector>
 
@@ -343,6 +344,18 @@ TEST(CliHelp, EveryCommandHasHelpWithAnExample) {
     EXPECT_EQ(r.code, 0);
     EXPECT_TRUE(contains(r.out, "[\"assoc\"]=\"associators associator-names references reference-names"));
     EXPECT_TRUE(contains(r.out, "complete -o default -F _cimxml cimxml"));
+
+    // The script completes in bash as generated.
+    const std::string script = std::string("source <('") + CIMXML_EXE + "' completion bash) && "
+                               "COMP_WORDS=(cimxml --port 5 instance ''); COMP_CWORD=4; _cimxml && "
+                               "echo \"${COMPREPLY[*]}\"";
+    FILE* pipe = popen(("bash -c '" + std::regex_replace(script, std::regex("'"), "'\\''") + "' 2>&1").c_str(), "r");
+    ASSERT_NE(pipe, nullptr);
+    std::string completed;
+    char buf[512];
+    while (fgets(buf, sizeof buf, pipe)) completed += buf;
+    EXPECT_EQ(pclose(pipe), 0) << completed;
+    EXPECT_EQ(completed.rfind("get enumerate names create modify delete --help --host", 0), 0u) << completed;
 }
 
 #ifdef CIMXML_BROKER_DIR

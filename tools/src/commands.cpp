@@ -492,15 +492,17 @@ int query(Session& s, Options& o) {
 
 // ---- bash completion ------------------------------------------------------------
 
+// Each command path ("_" for none) maps to its subcommands and options.
 void collectCompletion(const CLI::App* app, const std::string& path, const std::string& globalOptions,
                        std::ostream& out) {
-    std::string subs, opts = globalOptions;
-    for (const CLI::App* sub : app->get_subcommands({})) subs += (subs.empty() ? "" : " ") + sub->get_name();
+    std::string words;
+    for (const CLI::App* sub : app->get_subcommands({})) words += " " + sub->get_name();
     for (const CLI::Option* opt : app->get_options({}))
-        for (const auto& l : opt->get_lnames()) opts += " --" + l;
-    out << "  [\"" << path << "\"]=\"" << subs << opts << "\"\n";
+        for (const auto& l : opt->get_lnames())
+            if (l != "help") words += " --" + l;
+    out << "  [\"" << path << "\"]=\"" << words.substr(words.empty() ? 0 : 1) << globalOptions << "\"\n";
     for (const CLI::App* sub : app->get_subcommands({}))
-        collectCompletion(sub, path.empty() ? sub->get_name() : path + " " + sub->get_name(), globalOptions, out);
+        collectCompletion(sub, path == "_" ? sub->get_name() : path + " " + sub->get_name(), globalOptions, out);
 }
 
 void printCompletion(const CLI::App& app, std::ostream& out) {
@@ -509,18 +511,18 @@ void printCompletion(const CLI::App& app, std::ostream& out) {
         for (const auto& l : opt->get_lnames()) global += " --" + l;
     out << "# bash completion for cimxml: source <(cimxml completion bash)\n"
         << "declare -gA _cimxml_words=(\n";
-    std::ostringstream table;
-    for (const CLI::App* sub : app.get_subcommands({})) collectCompletion(sub, sub->get_name(), global, table);
     std::string top;
-    for (const CLI::App* sub : app.get_subcommands({})) top += (top.empty() ? "" : " ") + sub->get_name();
-    out << "  [\"\"]=\"" << top << global << "\"\n" << table.str() << ")\n";
-    out << "_cimxml() {\n"
+    for (const CLI::App* sub : app.get_subcommands({})) top += " " + sub->get_name();
+    out << "  [\"_\"]=\"" << top.substr(1) << global << "\"\n";
+    for (const CLI::App* sub : app.get_subcommands({})) collectCompletion(sub, sub->get_name(), global, out);
+    out << ")\n"
+           "_cimxml() {\n"
            "  local cur=${COMP_WORDS[COMP_CWORD]} path=\"\" next i\n"
            "  for ((i = 1; i < COMP_CWORD; i++)); do\n"
            "    next=\"${path:+$path }${COMP_WORDS[i]}\"\n"
            "    [[ -n \"${_cimxml_words[$next]+x}\" ]] && path=$next\n"
            "  done\n"
-           "  COMPREPLY=($(compgen -W \"${_cimxml_words[$path]}\" -- \"$cur\"))\n"
+           "  COMPREPLY=($(compgen -W \"${_cimxml_words[${path:-_}]}\" -- \"$cur\"))\n"
            "}\n"
            "complete -o default -F _cimxml cimxml\n";
 }
