@@ -283,6 +283,19 @@ const char* propertyText(const Instance* inst, const char* name) {
     return nullptr;
 }
 
+TEST(Results, DeepInheritanceOnlyWhenExactlyOne) {
+    for (int deep : {0, 1, 2}) {
+        NamedInstance* r = nullptr;
+        Error* e = nullptr;
+        ASSERT_EQ(CIMC_EnumInstances(&r, "CIM_LogicalDevice", nullptr, "u", "p", deep, &e, kNs), 0);
+        bool subclassProperty = false;
+        for (NamedInstance* ni = r; ni; ni = ni->next)
+            subclassProperty = subclassProperty || propertyText(ni->instance, "MaxClockSpeed");
+        EXPECT_EQ(subclassProperty, deep == 1) << deep;
+        Free_NamedInstance(r);
+    }
+}
+
 TEST(Results, CreateModifyDelete) {
     Error* error = nullptr;
     InstanceName* created = nullptr;
