@@ -187,6 +187,24 @@ TEST_F(Cli, CreateGetModifyDeleteRoundTrip) {
     EXPECT_TRUE(contains(r.err, "CIM error 6 CIM_ERR_NOT_FOUND: ")) << r.err;
 }
 
+TEST_F(Cli, CreateTypesArraysAndReferencesFromTheClass) {
+    Result r = cli({"instance", "create", "Mock_AllTypes", "InstanceID=cli:1", "PUint8Array=[1, 2,255]",
+                    R"(PStringArray=["x,y", z])", "PBoolean=false", "PSint64=-7", "PReference=" + kSystem,
+                    "pstring=case does not matter"});
+    ASSERT_EQ(r.code, 0) << r.err;
+    const std::string path = R"(Mock_AllTypes.InstanceID="cli:1")";
+    r = cli({"instance", "get", path, "-o", "json"});
+    ASSERT_EQ(r.code, 0) << r.err;
+    auto props = nlohmann::json::parse(r.out)["properties"];
+    EXPECT_EQ(props["PUint8Array"]["value"], nlohmann::json::array({1, 2, 255}));
+    EXPECT_EQ(props["PStringArray"]["value"], nlohmann::json::array({"x,y", "z"}));
+    EXPECT_EQ(props["PBoolean"]["value"], false);
+    EXPECT_EQ(props["PSint64"]["value"], -7);
+    EXPECT_EQ(props["PString"]["value"], "case does not matter");
+    EXPECT_EQ(props["PReference"]["value"]["keys"]["Name"], "mock-server.example.com");
+    EXPECT_EQ(cli({"instance", "delete", path}).code, 0);
+}
+
 TEST_F(Cli, TypedMethodCallReturnsOutParameters) {
     Result r = cli({"method", "invoke", "Mock_AllTypes", "Echo", R"(S=say "hi", twice)", "U32=4294967295",
                     "S64=-5", "B=true", "R64=2.5", "DT=20240101120000.000000+000", R"(SArray=[a,"b,c"])",
@@ -294,6 +312,10 @@ TEST_F(Cli, FailuresHaveTheirExitCodes) {
         {"bad output", {"-o", "yaml", "class", "names"}, {}, 2, "yaml"},
         {"bad path", {"--port", port, "instance", "get", "CIM_Foo.Name=x"}, {}, 2, "strings need double quotes"},
         {"class as path", {"--port", port, "instance", "delete", "CIM_Foo"}, {}, 2, "names a class"},
+        {"create, unknown class", {"--port", port, "instance", "create", "No_Such", "X=1"}, {}, 1,
+         "CIM_ERR_NOT_FOUND"},
+        {"create, unknown property", {"--port", port, "instance", "create", "Mock_Processor", "Nope=1"}, {}, 2,
+         "class Mock_Processor has no property Nope"},
         {"bad value", {"--port", port, "method", "invoke", "Mock_AllTypes", "Echo", "U32=-1"}, {}, 2, "not a uint32"},
         {"undeclared", {"--port", port, "method", "invoke", "Mock_AllTypes", "Echo", "Nope=1"}, {}, 2,
          "has no parameter Nope"},
