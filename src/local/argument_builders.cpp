@@ -184,8 +184,8 @@ int CIMC_CreatePropertyArguments(ParamValue* paramValue, CIMCArgs* args, CIMCEnv
         value.boolean = booleanValue(text);
         addArg(args, name, &value, CIMC_boolean);
     } else if (std::strcmp(type, "string") == 0) {
-        // The string object is not released here; the broker's argument
-        // list has always kept it.
+        // Kept as it always was: this string object is not released here
+        // (the environment's release reclaims it).
         value.string = env->ft->newString(env, text, nullptr);
         addArg(args, name, &value, CIMC_string);
     } else if (std::strcmp(type, "datetime") == 0) {
