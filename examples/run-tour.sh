@@ -1,7 +1,10 @@
 #!/bin/sh
-# Builds the tour and the mock CIM object manager, starts the mock with its
-# sample repository on a free loopback port, runs the tour against it and
-# stops the mock. Exits with the tour's status.
+# Builds the tour, the mock CIM object manager, the mock local broker and
+# the cimxml command-line client; starts the mock with its sample repository
+# on a free loopback port; runs the tour against it over HTTP, then the same
+# tour through the local broker back end (the mock broker, found through
+# LD_LIBRARY_PATH), then three cimxml commands; stops the mock. Exits
+# non-zero when any of them failed.
 #
 #   examples/run-tour.sh            (from anywhere; builds in build/)
 set -eu
@@ -9,7 +12,7 @@ set -eu
 cd "$(dirname "$0")/.."
 bash scripts/deps.sh
 build=$(bash scripts/configure.sh)
-cmake --build "$build" --target tour mock-cimom
+cmake --build "$build" --target tour mock-cimom cimcClientSfcbLocal cimxml
 
 work=$(mktemp -d)
 mock_pid=
@@ -42,4 +45,20 @@ port=$(cat "$work/port")
 
 status=0
 "$build/examples/tour" 127.0.0.1 "$port" tour secret root/cimv2 || status=$?
+
+echo
+echo "==== The same tour through the local broker back end"
+LD_LIBRARY_PATH="$build/testing/broker${LD_LIBRARY_PATH:+:$LD_LIBRARY_PATH}" \
+    "$build/examples/tour" 127.0.0.1 "$port" tour secret root/cimv2 local || status=$?
+
+echo
+echo "==== The command-line client"
+export CIMXML_URL="http://tour@127.0.0.1:$port/root/cimv2" CIMXML_PASSWORD=secret
+cli() {
+    echo "\$ cimxml $*"
+    "$build/tools/cimxml" "$@" || status=$?
+}
+cli instance enumerate CIM_Processor
+cli instance get 'Mock_ComputerSystem.CreationClassName="Mock_ComputerSystem",Name="mock-server.example.com"'
+cli method invoke Mock_AllTypes Echo S=hello U32=42 'SArray=[a,"b,c"]'
 exit "$status"

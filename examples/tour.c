@@ -1,9 +1,12 @@
 /*
  * A short tour of CimXmlClient against a CIM object manager.
  *
- *   tour <host> <port> <user> <password> <namespace>
+ *   tour <host> <port> <user> <password> <namespace> [local]
  *
- * host is a dotted IPv4 address. The tour expects the classes of the mock
+ * host is a dotted IPv4 address. With "local" the tour runs through the local
+ * broker back end (the broker library is found by the dynamic loader, e.g.
+ * through LD_LIBRARY_PATH); the operations that exist only over HTTP then
+ * show that they return nothing. The tour expects the classes of the mock
  * object manager's sample repository (CIM_ComputerSystem, CIM_Processor,
  * CIM_SystemDevice, Mock_Processor, Mock_AllTypes): run examples/run-tour.sh
  * to start one and run the tour against it.
@@ -160,23 +163,52 @@ static int check(int ok, const char* what, Error** error) {
 
 static void section(const char* title) { printf("\n== %s\n", title); }
 
+/* On the local back end an HTTP-only operation returns NULL and leaves the
+ * error alone. Returns 1 when the step should run normally. */
+static int httpOnly(int local, const void* (*run)(ClientHandle*, Error**), ClientHandle* handle) {
+    Error* untouched = NULL;
+    const void* result;
+    if (!local) return 1;
+    result = run(handle, &untouched);
+    if (result || untouched) ++failures;
+    printf("  (over HTTP only: the local back end returns nothing)\n");
+    return 0;
+}
+
+static const void* enumerateClassNames(ClientHandle* handle, Error** error) {
+    ClassName base = {"CIM_LogicalDevice", NULL};
+    return EnumerateClassNames(handle, &base, 1, error);
+}
+
+static const void* execQuery(ClientHandle* handle, Error** error) {
+    return ExecQuery(handle, "WQL", "SELECT * FROM CIM_Processor", error);
+}
+
 int main(int argc, char** argv) {
     ClientHandle* handle;
     Error* error = NULL;
+    int local;
 
-    if (argc != 6) {
-        fprintf(stderr, "usage: %s <host> <port> <user> <password> <namespace>\n", argv[0]);
+    if (argc != 6 && !(argc == 7 && strcmp(argv[6], "local") == 0)) {
+        fprintf(stderr, "usage: %s <host> <port> <user> <password> <namespace> [local]\n", argv[0]);
         return 2;
     }
+    local = argc == 7;
     handle = client_Configuration(argv[1], atoi(argv[2]), argv[5], 10000, argv[3], argv[4]);
     if (!handle) {
         fprintf(stderr, "could not make a connection handle\n");
         return 1;
     }
-    printf("CIM object manager %s:%s, namespace %s\n", argv[1], argv[2], argv[5]);
+    /* The back end is normally chosen by the marker file /etc/Binary.txt when
+     * the handle is made; the tour picks it explicitly. */
+    handle->interfaceType = local ? 1 : 0;
+    if (local)
+        printf("Local broker back end, namespace %s (GetClass still goes to %s:%s)\n", argv[5], argv[1], argv[2]);
+    else
+        printf("CIM object manager %s:%s, namespace %s\n", argv[1], argv[2], argv[5]);
 
     section("Class names under CIM_LogicalDevice (deep)");
-    {
+    if (httpOnly(local, enumerateClassNames, handle)) {
         ClassName* base = newClassName("CIM_LogicalDevice");
         ClassName* names = EnumerateClassNames(handle, base, 1, &error);
         const ClassName* n;
@@ -317,7 +349,7 @@ int main(int argc, char** argv) {
     }
 
     section("Query: SELECT * FROM CIM_Processor WHERE LoadPercentage > 50");
-    {
+    if (httpOnly(local, execQuery, handle)) {
         ObjectWithPath* rows =
             ExecQuery(handle, "WQL", "SELECT * FROM CIM_Processor WHERE LoadPercentage > 50", &error);
         const ObjectWithPath* row;
