@@ -1,19 +1,18 @@
 // The mock local broker's internals: values, object nodes, the registry of
 // live objects, and the glue between broker values and cimmock::Repository.
 //
-// Every object handed out is a C++ node whose `pub` member is the
-// { hdl; ft } shape the caller sees. The caller only ever holds &node->pub;
-// a process-wide registry maps that address back to the node, so an unknown
-// or released pointer is refused instead of dereferenced.
+// Every object handed out is a node whose `pub` member is the { hdl; ft }
+// shape the caller sees; the nodes live in their environment's store.
 #pragma once
 
 #include <cimxml/local.h>
 
 #include <cstddef>
 #include <memory>
+#include <cstdint>
 #include <mutex>
 #include <string>
-#include <unordered_set>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -71,86 +70,111 @@ struct Faults {
 
 // ---- nodes ----------------------------------------------------------------
 struct EnvNode;
-struct Node {
-  virtual ~Node() = default;
-  // Drops the contents at release; the shell stays registered (dead) until
-  // its environment goes, so a second release finds it and does nothing,
-  // and its address cannot be handed out again meanwhile.
-  virtual void clear() {}
-  EnvNode* env = nullptr;
-  bool dead = false;
-};
-struct StringNode : Node {
-  CIMCString pub{};
-  std::string text;
-  void clear() override { pub.hdl = nullptr; std::string().swap(text); }
-};
-struct DateTimeNode : Node {
-  CIMCDateTime pub{};
-  std::string text;  // 25-character form
-  void clear() override { std::string().swap(text); }
-};
-struct PathNode : Node {
-  CIMCObjectPath pub{};
-  PathData d;
-  void clear() override { d = PathData(); }
-};
-struct InstNode : Node {
-  CIMCInstance pub{};
-  InstData d;
-  void clear() override { d = InstData(); }
-};
-struct ClassNode : Node {
-  CIMCClass pub{};
-  ClassData d;
-  void clear() override { d = ClassData(); }
-};
-struct ArrayNode : Node {
-  CIMCArray pub{};
-  CIMCType elem = 0;
-  std::vector<Val> items;
-  void clear() override { std::vector<Val>().swap(items); }
-};
-struct ArgsNode : Node {
-  CIMCArgs pub{};
-  Named args;
-  void clear() override { Named().swap(args); }
-};
-struct EnumNode : Node {
-  CIMCEnumeration pub{};
+
+enum class Kind : std::uint8_t { String = 1, DateTime, Path, Instance, Class, Array, Args, Enum, Client };
+
+struct EnumData {
   std::vector<Val> items;
   std::size_t next = 0;
   bool cut = false;        // enum-half: broken off after half the items
   std::size_t limit = 0;   // with cut: items delivered before the break
-  void clear() override { std::vector<Val>().swap(items); }
 };
-struct ClientNode : Node {
-  CIMCClient pub{};
+
+// One object handed out: a fixed-size slot in its environment's node store
+// (see store.cpp). The caller only ever holds &pub; the store maps such an
+// address back to its slot by arithmetic, so an unknown or released pointer
+// is refused without being read. The body is the member `kind` names; paths,
+// instances and classes share their data until one of the sharers changes
+// it, so handing out an enumerated instance or its path copies nothing.
+struct Node {
+  Kind kind = Kind::Client;
+  // No body: not built yet, or released. A released slot stays in the store
+  // until its environment goes, so a second release finds it and does
+  // nothing, and its address cannot be handed out again meanwhile.
+  bool dead = true;
+  bool longText = false;  // String, DateTime: the text is in body.heap
+  CIMCType elem = 0;      // Array: the element type
+  EnvNode* env = nullptr;
+  union Pub {
+    CIMCString string;
+    CIMCDateTime dateTime;
+    CIMCObjectPath path;
+    CIMCInstance inst;
+    CIMCClass cls;
+    CIMCArray array;
+    CIMCArgs args;
+    CIMCEnumeration en;
+    CIMCClient client;
+  } pub{};
+  union Body {
+    Body() {}
+    ~Body() {}
+    char small[32];  // String, DateTime: texts shorter than 32 bytes
+    char* heap;      // longer ones (malloc)
+    std::shared_ptr<const PathData> path;
+    std::shared_ptr<const InstData> inst;
+    std::shared_ptr<const ClassData> cls;
+    std::vector<Val> items;  // Array
+    Named args;
+    std::unique_ptr<EnumData> en;
+  } body;
+
+  Node() = default;
+  Node(const Node&) = delete;
+  Node& operator=(const Node&) = delete;
+
+  const char* text() const { return longText ? body.heap : body.small; }
+  const PathData& path() const { return *body.path; }
+  const InstData& inst() const { return *body.inst; }
+  const ClassData& cls() const { return *body.cls; }
+  // Writable data: a private copy first when it is shared.
+  PathData& pathForWrite();
+  InstData& instForWrite();
 };
-struct EnvNode : Node {
+
+struct EnvNode {
   CIMCEnv pub{};  // pub.hdl belongs to the loader: it stores its dlopen handle there
-  std::unordered_set<Node*> owned;
+  struct Chunk;
+  std::vector<std::unique_ptr<Chunk>> chunks;  // the node store, filled in order
   Faults faults;
   bool checkUser = false, checkPassword = false;
   std::string user, password;
   std::string loadError;  // non-empty: the repository did not load
+  EnvNode();
+  ~EnvNode();  // destroys every node of the store
+  EnvNode(const EnvNode&) = delete;
+  EnvNode& operator=(const EnvNode&) = delete;
 };
 
-// ---- registry and lock ----------------------------------------------------
+// Shares a new, writable object as read-only data: only objects made here
+// (never const objects) go into the shared_ptrs that *ForWrite may copy or
+// write through.
+template <class T>
+std::shared_ptr<const T> share(T&& data) {
+  return std::make_shared<T>(std::forward<T>(data));
+}
+
+// ---- the store and the lock -------------------------------------------------
 std::recursive_mutex& brokerLock();
 Node* findNode(const void* pub);  // nullptr when unknown or released
-template <class T> T* findAs(const void* pub) { return dynamic_cast<T*>(findNode(pub)); }
-void adopt(EnvNode* env, Node* n, const void* pub);
-void releaseNode(Node* n);
+inline Node* findAs(Kind kind, const void* pub) {
+  Node* n = findNode(pub);
+  return n && n->kind == kind ? n : nullptr;
+}
+EnvNode* findEnv(const void* pub);  // nullptr when unknown or released
+// A new slot of env's store with an empty body (dead until the caller has
+// built one). Throws std::bad_alloc.
+Node* newNode(EnvNode* env, Kind kind);
+void releaseNode(Node* n);  // drops the body
 void destroyEnv(EnvNode* env);
 void registerEnv(EnvNode* env);
 
 // Constructors: the new node is owned by env.
-CIMCString* makeString(EnvNode* env, const std::string& text);
-CIMCDateTime* makeDateTime(EnvNode* env, const std::string& text);
-CIMCObjectPath* makePath(EnvNode* env, PathData d);
-CIMCInstance* makeInstance(EnvNode* env, InstData d);
-CIMCClass* makeClass(EnvNode* env, ClassData d);
+CIMCString* makeString(EnvNode* env, std::string_view text);
+CIMCDateTime* makeDateTime(EnvNode* env, std::string_view text);
+CIMCObjectPath* makePath(EnvNode* env, std::shared_ptr<const PathData> d);
+CIMCInstance* makeInstance(EnvNode* env, std::shared_ptr<const InstData> d);
+CIMCClass* makeClass(EnvNode* env, std::shared_ptr<const ClassData> d);
 CIMCArray* makeArray(EnvNode* env, CIMCType elem, std::vector<Val> items);
 CIMCArgs* makeArgs(EnvNode* env, Named args);
 CIMCEnumeration* makeEnum(EnvNode* env, std::vector<Val> items);
@@ -172,15 +196,12 @@ constexpr int kInvalidHandle = 60;  // an object pointer the broker does not kno
 // Runs body(node) under the broker lock with st set to success first. Any
 // exception becomes a status (CIM code and message) and `onError` is
 // returned: nothing escapes to the C caller.
-template <class T, class R, class F>
-R entry(const void* self, CIMCStatus* st, R onError, F&& body) {
-  std::lock_guard<std::recursive_mutex> guard(brokerLock());
-  T* node = findAs<T>(self);
+template <class N, class R, class F>
+R guarded(N* node, EnvNode* env, CIMCStatus* st, R onError, F& body) {
   if (!node) {
     setStatus(st, CIMCStatus{kInvalidHandle, nullptr});
     return onError;
   }
-  EnvNode* env = node->env;
   try {
     setStatus(st, okStatus());
     return body(*node);
@@ -195,11 +216,23 @@ R entry(const void* self, CIMCStatus* st, R onError, F&& body) {
   }
   return onError;
 }
+template <class R, class F>
+R entry(Kind kind, const void* self, CIMCStatus* st, R onError, F&& body) {
+  std::lock_guard<std::recursive_mutex> guard(brokerLock());
+  Node* node = findAs(kind, self);
+  return guarded(node, node ? node->env : nullptr, st, onError, body);
+}
+template <class R, class F>
+R envEntry(const CIMCEnv* self, CIMCStatus* st, R onError, F&& body) {
+  std::lock_guard<std::recursive_mutex> guard(brokerLock());
+  EnvNode* env = findEnv(self);
+  return guarded(env, env, st, onError, body);
+}
 // The same for functions that return their status.
-template <class T, class F>
-CIMCStatus statusEntry(const void* self, F&& body) {
+template <class F>
+CIMCStatus statusEntry(Kind kind, const void* self, F&& body) {
   CIMCStatus st{0, nullptr};
-  entry<T>(self, &st, 0, [&](T& n) { body(n); return 0; });
+  entry(kind, self, &st, 0, [&](Node& n) { body(n); return 0; });
   return st;
 }
 
@@ -243,7 +276,7 @@ InstData fromRepoInstance(const cimmock::Instance& inst, const cimmock::ObjectPa
 ClassData fromRepoClass(const cimmock::Class& c, const std::string& ns);
 // The path of an instance: its repository path, or the class's key
 // properties taken from the instance.
-PathData instancePath(const InstData& d);
+std::shared_ptr<const PathData> instancePath(const InstData& d);
 
 // Trace output when the loader has set _sfcb_debug and _sfcb_trace_mask.
 void trace(const char* what);

@@ -130,11 +130,11 @@ struct Target {
   cimmock::ObjectPath path;
 };
 Target target(const CIMCObjectPath* op) {
-  auto* p = findAs<PathNode>(op);
+  Node* p = findAs(Kind::Path, op);
   if (!p) throw CimError(cimmock::CIM_ERR_INVALID_PARAMETER, "no valid object path");
   Target t;
-  t.ns = p->d.ns.empty() ? kDefaultNamespace : p->d.ns;
-  t.path = toRepoPath(p->d);
+  t.ns = p->path().ns.empty() ? kDefaultNamespace : p->path().ns;
+  t.path = toRepoPath(p->path());
   t.path.nameSpace = t.ns;
   return t;
 }
@@ -161,21 +161,21 @@ Val instanceItem(const EnvNode& env, const std::string& ns, const cimmock::Insta
   Val v;
   v.type = CIMC_instance;
   v.null = false;
-  v.inst = std::make_shared<InstData>(fromRepoInstance(inst, path, ns, nullValues(env)));
+  v.inst = share(fromRepoInstance(inst, path, ns, nullValues(env)));
   return v;
 }
 Val pathItem(const cimmock::ObjectPath& path, const std::string& ns) {
   Val v;
   v.type = CIMC_ref;
   v.null = false;
-  v.ref = std::make_shared<PathData>(fromRepoPath(path, ns));
+  v.ref = share(fromRepoPath(path, ns));
   return v;
 }
 Val classItem(const cimmock::Class& c, const std::string& ns) {
   Val v;
   v.type = CIMC_class;
   v.null = false;
-  v.cls = std::make_shared<ClassData>(fromRepoClass(c, ns));
+  v.cls = share(fromRepoClass(c, ns));
   return v;
 }
 cimmock::ObjectPath classPath(const std::string& ns, const std::string& cls) {
@@ -185,12 +185,105 @@ cimmock::ObjectPath classPath(const std::string& ns, const std::string& cls) {
   return p;
 }
 
+// Shapes repository instances for one reply, as filterInstance and then
+// fromRepoInstance would. What the filter keeps, and each kept property's
+// declaration, depend only on the instance's class and property names: they
+// are worked out once per such shape, so further instances of it are neither
+// copied nor looked up by name again.
+class ReplyShaper {
+public:
+  ReplyShaper(const EnvNode& env, const std::string& ns, const std::string& requestedClass,
+              const cimmock::ReadOptions& ro)
+      : ns_(ns), requested_(requestedClass), ro_(ro), nullValues_(nullValues(env)) {}
+
+  Val item(const cimmock::Instance& inst, const cimmock::ObjectPath& path) {
+    const Shape& shape = shapeOf(inst);
+    InstData d;
+    d.ns = ns_;
+    d.cls = inst.className;
+    d.props.reserve(shape.kept);
+    for (std::size_t i = 0; i < inst.properties.size(); ++i) {
+      const Column& c = shape.columns[i];
+      if (!c.keep) continue;
+      const cimmock::Property& p = inst.properties[i];
+      d.props.emplace_back(p.name, fromRepo(p.value, c.decl ? c.decl->type : p.type,
+                                            c.decl ? c.decl->isArray : p.isArray, c.embedded, ns_, nullValues_));
+    }
+    d.path = share(fromRepoPath(path, ns_));
+    Val v;
+    v.type = CIMC_instance;
+    v.null = false;
+    v.inst = share(std::move(d));
+    return v;
+  }
+
+private:
+  struct Column {
+    bool keep = false;
+    const cimmock::Property* decl = nullptr;  // the class's declaration
+    bool embedded = false;
+  };
+  struct Shape {
+    std::string className;
+    std::vector<std::string> names;
+    std::vector<Column> columns;
+    std::size_t kept = 0;
+  };
+  static bool fits(const Shape& s, const cimmock::Instance& inst) {
+    if (s.className != inst.className || s.names.size() != inst.properties.size()) return false;
+    for (std::size_t i = 0; i < s.names.size(); ++i)
+      if (s.names[i] != inst.properties[i].name) return false;
+    return true;
+  }
+  const Shape& shapeOf(const cimmock::Instance& inst) {
+    if (last_ < shapes_.size() && fits(shapes_[last_], inst)) return shapes_[last_];
+    for (std::size_t i = 0; i < shapes_.size(); ++i)
+      if (fits(shapes_[i], inst)) return shapes_[last_ = i];
+    Shape s;
+    s.className = inst.className;
+    // The filter keeps properties in their order: walk both lists together.
+    cimmock::Instance filtered = repository().filterInstance(ns_, inst, requested_, ro_);
+    const cimmock::Class* own = repository().findClass(ns_, inst.className);
+    std::size_t j = 0;
+    for (const auto& p : inst.properties) {
+      s.names.push_back(p.name);
+      Column c;
+      if (j < filtered.properties.size() && filtered.properties[j].name == p.name) {
+        const cimmock::Property& q = filtered.properties[j++];
+        c.keep = true;
+        c.decl = own ? own->findProperty(p.name) : nullptr;
+        c.embedded = (c.decl && !c.decl->embeddedClass().empty()) || !q.embeddedClass().empty();
+        ++s.kept;
+      }
+      s.columns.push_back(c);
+    }
+    // A few shapes per reply at most in practice; a bounded cache keeps an
+    // odd repository from making the look-up quadratic.
+    constexpr std::size_t kMaxShapes = 32;
+    if (shapes_.size() < kMaxShapes) {
+      shapes_.push_back(std::move(s));
+      last_ = shapes_.size() - 1;
+    } else {
+      last_ = (last_ + 1) % kMaxShapes;
+      shapes_[last_] = std::move(s);
+    }
+    return shapes_[last_];
+  }
+
+  std::string ns_, requested_;
+  cimmock::ReadOptions ro_;
+  bool nullValues_;
+  std::vector<Shape> shapes_;
+  std::size_t last_ = 0;
+};
+
 // Instances shaped for a reply.
 CIMCEnumeration* instanceEnum(EnvNode& env, const std::string& ns, const std::vector<cimmock::PathedInstance>& found,
                               const std::string& requestedClass, const cimmock::ReadOptions& ro) {
+  ReplyShaper shaper(env, ns, requestedClass, ro);
   std::vector<Val> items;
-  for (const auto& pi : found)
-    items.push_back(instanceItem(env, ns, repository().filterInstance(ns, pi.instance, requestedClass, ro), pi.path));
+  items.reserve(found.size());
+  for (const auto& pi : found) items.push_back(shaper.item(pi.instance, pi.path));
   return makeEnum(&env, std::move(items));
 }
 CIMCEnumeration* pathEnum(EnvNode& env, const std::string& ns, const std::vector<cimmock::PathedInstance>& found) {
@@ -208,7 +301,7 @@ CIMCEnumeration* classEnum(EnvNode& env, const std::string& ns, const std::vecto
 }
 
 // Starts a client operation: trace, faults, and the client's environment.
-EnvNode& begin(ClientNode& c, const char* op) {
+EnvNode& begin(Node& c, const char* op) {
   trace(op);
   checkFaults(*c.env);
   return *c.env;
@@ -220,28 +313,28 @@ extern "C" {
 
 static CIMCStatus clRelease(CIMCClient* cl) {
   std::lock_guard<std::recursive_mutex> guard(brokerLock());
-  ClientNode* n = findAs<ClientNode>(cl);
+  Node* n = findAs(Kind::Client, cl);
   if (!n) return CIMCStatus{kInvalidHandle, nullptr};
   releaseNode(n);
   return okStatus();
 }
 
 static CIMCClient* clClone(CIMCClient* cl, CIMCStatus* rc) {
-  return entry<ClientNode>(cl, rc, (CIMCClient*)nullptr, [&](ClientNode& c) { return makeClient(c.env); });
+  return entry(Kind::Client, cl, rc, (CIMCClient*)nullptr, [&](Node& c) { return makeClient(c.env); });
 }
 
 static CIMCClass* clGetClass(CIMCClient* cl, CIMCObjectPath* op, CIMCFlags flags, char** properties, CIMCStatus* rc) {
-  return entry<ClientNode>(cl, rc, (CIMCClass*)nullptr, [&](ClientNode& c) {
+  return entry(Kind::Client, cl, rc, (CIMCClass*)nullptr, [&](Node& c) {
     EnvNode& env = begin(c, "getClass");
     Target t = target(op);
     cimmock::ReadOptions ro = readOptions(flags, properties, true);
     ro.localOnly = (flags & CIMC_FLAG_LocalOnly) != 0;
-    return makeClass(&env, fromRepoClass(repository().getClass(t.ns, t.path.className, ro), t.ns));
+    return makeClass(&env, share(fromRepoClass(repository().getClass(t.ns, t.path.className, ro), t.ns)));
   });
 }
 
 static CIMCEnumeration* clEnumClassNames(CIMCClient* cl, CIMCObjectPath* op, CIMCFlags flags, CIMCStatus* rc) {
-  return entry<ClientNode>(cl, rc, (CIMCEnumeration*)nullptr, [&](ClientNode& c) {
+  return entry(Kind::Client, cl, rc, (CIMCEnumeration*)nullptr, [&](Node& c) {
     EnvNode& env = begin(c, "enumClassNames");
     Target t = target(op);
     bool deep = (flags & CIMC_FLAG_DeepInheritance) != 0;
@@ -250,7 +343,7 @@ static CIMCEnumeration* clEnumClassNames(CIMCClient* cl, CIMCObjectPath* op, CIM
 }
 
 static CIMCEnumeration* clEnumClasses(CIMCClient* cl, CIMCObjectPath* op, CIMCFlags flags, CIMCStatus* rc) {
-  return entry<ClientNode>(cl, rc, (CIMCEnumeration*)nullptr, [&](ClientNode& c) {
+  return entry(Kind::Client, cl, rc, (CIMCEnumeration*)nullptr, [&](Node& c) {
     EnvNode& env = begin(c, "enumClasses");
     Target t = target(op);
     bool deep = (flags & CIMC_FLAG_DeepInheritance) != 0;
@@ -260,42 +353,42 @@ static CIMCEnumeration* clEnumClasses(CIMCClient* cl, CIMCObjectPath* op, CIMCFl
 
 static CIMCInstance* clGetInstance(CIMCClient* cl, CIMCObjectPath* op, CIMCFlags flags, char** properties,
                                    CIMCStatus* rc) {
-  return entry<ClientNode>(cl, rc, (CIMCInstance*)nullptr, [&](ClientNode& c) {
+  return entry(Kind::Client, cl, rc, (CIMCInstance*)nullptr, [&](Node& c) {
     EnvNode& env = begin(c, "getInstance");
     Target t = target(op);
     cimmock::Instance inst = repository().getInstance(t.ns, t.path);
     cimmock::Instance shaped =
         repository().filterInstance(t.ns, inst, t.path.className, readOptions(flags, properties, true));
-    return makeInstance(&env, *instanceItem(env, t.ns, shaped, repository().pathOf(t.ns, inst)).inst);
+    return makeInstance(&env, instanceItem(env, t.ns, shaped, repository().pathOf(t.ns, inst)).inst);
   });
 }
 
 static CIMCObjectPath* clCreateInstance(CIMCClient* cl, CIMCObjectPath* op, CIMCInstance* inst, CIMCStatus* rc) {
-  return entry<ClientNode>(cl, rc, (CIMCObjectPath*)nullptr, [&](ClientNode& c) {
+  return entry(Kind::Client, cl, rc, (CIMCObjectPath*)nullptr, [&](Node& c) {
     EnvNode& env = begin(c, "createInstance");
     Target t = target(op);
-    auto* i = findAs<InstNode>(inst);
+    Node* i = findAs(Kind::Instance, inst);
     if (!i) throw CimError(cimmock::CIM_ERR_INVALID_PARAMETER, "no valid instance");
-    cimmock::Instance given = toRepoInstance(i->d);
+    cimmock::Instance given = toRepoInstance(i->inst());
     if (given.className.empty()) given.className = t.path.className;
-    return makePath(&env, fromRepoPath(repository().createInstance(t.ns, given), t.ns));
+    return makePath(&env, share(fromRepoPath(repository().createInstance(t.ns, given), t.ns)));
   });
 }
 
 static CIMCStatus clSetInstance(CIMCClient* cl, CIMCObjectPath* op, CIMCInstance* inst, CIMCFlags, char** properties) {
-  return statusEntry<ClientNode>(cl, [&](ClientNode& c) {
+  return statusEntry(Kind::Client, cl, [&](Node& c) {
     begin(c, "setInstance");
     Target t = target(op);
-    auto* i = findAs<InstNode>(inst);
+    Node* i = findAs(Kind::Instance, inst);
     if (!i) throw CimError(cimmock::CIM_ERR_INVALID_PARAMETER, "no valid instance");
     std::vector<std::string> list;
     for (char** p = properties; p && *p; ++p) list.emplace_back(*p);
-    repository().modifyInstance(t.ns, t.path, toRepoInstance(i->d), properties ? &list : nullptr);
+    repository().modifyInstance(t.ns, t.path, toRepoInstance(i->inst()), properties ? &list : nullptr);
   });
 }
 
 static CIMCStatus clDeleteInstance(CIMCClient* cl, CIMCObjectPath* op) {
-  return statusEntry<ClientNode>(cl, [&](ClientNode& c) {
+  return statusEntry(Kind::Client, cl, [&](Node& c) {
     begin(c, "deleteInstance");
     Target t = target(op);
     repository().deleteInstance(t.ns, t.path);
@@ -304,7 +397,7 @@ static CIMCStatus clDeleteInstance(CIMCClient* cl, CIMCObjectPath* op) {
 
 static CIMCEnumeration* clExecQuery(CIMCClient* cl, CIMCObjectPath* op, const char* query, const char* lang,
                                     CIMCStatus* rc) {
-  return entry<ClientNode>(cl, rc, (CIMCEnumeration*)nullptr, [&](ClientNode& c) {
+  return entry(Kind::Client, cl, rc, (CIMCEnumeration*)nullptr, [&](Node& c) {
     EnvNode& env = begin(c, "execQuery");
     Target t = target(op);
     std::vector<Val> items;
@@ -315,7 +408,7 @@ static CIMCEnumeration* clExecQuery(CIMCClient* cl, CIMCObjectPath* op, const ch
 }
 
 static CIMCEnumeration* clEnumInstanceNames(CIMCClient* cl, CIMCObjectPath* op, CIMCStatus* rc) {
-  return entry<ClientNode>(cl, rc, (CIMCEnumeration*)nullptr, [&](ClientNode& c) {
+  return entry(Kind::Client, cl, rc, (CIMCEnumeration*)nullptr, [&](Node& c) {
     EnvNode& env = begin(c, "enumInstanceNames");
     Target t = target(op);
     return pathEnum(env, t.ns, repository().instancesOf(t.ns, t.path.className));
@@ -324,19 +417,30 @@ static CIMCEnumeration* clEnumInstanceNames(CIMCClient* cl, CIMCObjectPath* op, 
 
 static CIMCEnumeration* clEnumInstances(CIMCClient* cl, CIMCObjectPath* op, CIMCFlags flags, char** properties,
                                         CIMCStatus* rc) {
-  return entry<ClientNode>(cl, rc, (CIMCEnumeration*)nullptr, [&](ClientNode& c) {
+  return entry(Kind::Client, cl, rc, (CIMCEnumeration*)nullptr, [&](Node& c) {
     EnvNode& env = begin(c, "enumInstances");
     Target t = target(op);
     bool deep = (flags & CIMC_FLAG_DeepInheritance) != 0;
-    return instanceEnum(env, t.ns, repository().instancesOf(t.ns, t.path.className), t.path.className,
-                        readOptions(flags, properties, deep));
+    ReplyShaper shaper(env, t.ns, t.path.className, readOptions(flags, properties, deep));
+    // Collected small, then moved into items of the exact count.
+    std::vector<std::shared_ptr<const InstData>> found;
+    repository().visitInstancesOf(t.ns, t.path.className, [&](const std::string& nsName, const cimmock::Instance& i) {
+      found.push_back(shaper.item(i, repository().pathOf(nsName, i)).inst);
+    });
+    std::vector<Val> items(found.size());
+    for (std::size_t k = 0; k < found.size(); ++k) {
+      items[k].type = CIMC_instance;
+      items[k].null = false;
+      items[k].inst = std::move(found[k]);
+    }
+    return makeEnum(&env, std::move(items));
   });
 }
 
 static CIMCEnumeration* clAssociators(CIMCClient* cl, CIMCObjectPath* op, const char* assocClass,
                                       const char* resultClass, const char* role, const char* resultRole,
                                       CIMCFlags flags, char** properties, CIMCStatus* rc) {
-  return entry<ClientNode>(cl, rc, (CIMCEnumeration*)nullptr, [&](ClientNode& c) {
+  return entry(Kind::Client, cl, rc, (CIMCEnumeration*)nullptr, [&](Node& c) {
     EnvNode& env = begin(c, "associators");
     Target t = target(op);
     if (t.path.isClassPath())
@@ -353,7 +457,7 @@ static CIMCEnumeration* clAssociators(CIMCClient* cl, CIMCObjectPath* op, const 
 static CIMCEnumeration* clAssociatorNames(CIMCClient* cl, CIMCObjectPath* op, const char* assocClass,
                                           const char* resultClass, const char* role, const char* resultRole,
                                           CIMCStatus* rc) {
-  return entry<ClientNode>(cl, rc, (CIMCEnumeration*)nullptr, [&](ClientNode& c) {
+  return entry(Kind::Client, cl, rc, (CIMCEnumeration*)nullptr, [&](Node& c) {
     EnvNode& env = begin(c, "associatorNames");
     Target t = target(op);
     if (t.path.isClassPath())
@@ -369,7 +473,7 @@ static CIMCEnumeration* clAssociatorNames(CIMCClient* cl, CIMCObjectPath* op, co
 
 static CIMCEnumeration* clReferences(CIMCClient* cl, CIMCObjectPath* op, const char* resultClass, const char* role,
                                      CIMCFlags flags, char** properties, CIMCStatus* rc) {
-  return entry<ClientNode>(cl, rc, (CIMCEnumeration*)nullptr, [&](ClientNode& c) {
+  return entry(Kind::Client, cl, rc, (CIMCEnumeration*)nullptr, [&](Node& c) {
     EnvNode& env = begin(c, "references");
     Target t = target(op);
     if (t.path.isClassPath())
@@ -382,7 +486,7 @@ static CIMCEnumeration* clReferences(CIMCClient* cl, CIMCObjectPath* op, const c
 
 static CIMCEnumeration* clReferenceNames(CIMCClient* cl, CIMCObjectPath* op, const char* resultClass, const char* role,
                                          CIMCStatus* rc) {
-  return entry<ClientNode>(cl, rc, (CIMCEnumeration*)nullptr, [&](ClientNode& c) {
+  return entry(Kind::Client, cl, rc, (CIMCEnumeration*)nullptr, [&](Node& c) {
     EnvNode& env = begin(c, "referenceNames");
     Target t = target(op);
     if (t.path.isClassPath())
@@ -394,25 +498,25 @@ static CIMCEnumeration* clReferenceNames(CIMCClient* cl, CIMCObjectPath* op, con
 
 static CIMCData clInvokeMethod(CIMCClient* cl, CIMCObjectPath* op, const char* method, CIMCArgs* in, CIMCArgs* out,
                                CIMCStatus* rc) {
-  return entry<ClientNode>(cl, rc, nullData(0, CIMC_nullValue), [&](ClientNode& c) {
+  return entry(Kind::Client, cl, rc, nullData(0, CIMC_nullValue), [&](Node& c) {
     EnvNode& env = begin(c, "invokeMethod");
     Target t = target(op);
     if (!method) throw CimError(cimmock::CIM_ERR_INVALID_PARAMETER, "no method name");
     std::vector<cimmock::ParamValue> params;
     if (in) {
-      auto* a = findAs<ArgsNode>(in);
+      Node* a = findAs(Kind::Args, in);
       if (!a) throw CimError(cimmock::CIM_ERR_INVALID_PARAMETER, "no valid in-argument list");
-      for (const auto& [name, v] : a->args) params.push_back({name, toRepo(v)});
+      for (const auto& [name, v] : a->body.args) params.push_back({name, toRepo(v)});
     }
     // The repository types the in-parameters by the method's declaration.
     cimmock::MethodResult r = repository().invokeMethod(t.ns, t.path, method, params);
     const cimmock::Class* cls = repository().findClass(t.ns, t.path.className);
     const cimmock::Method* m = cls ? cls->findMethod(method) : nullptr;
-    if (auto* o = findAs<ArgsNode>(out)) {
+    if (Node* o = findAs(Kind::Args, out)) {
       for (const auto& p : r.out) {
         const cimmock::Parameter* decl = m ? m->findParameter(p.name) : nullptr;
         bool embedded = decl && cimmock::findQualifier(decl->qualifiers, "EmbeddedInstance");
-        putNamed(o->args, p.name, fromRepo(p.value, p.value.type, p.value.isArray, embedded, t.ns));
+        putNamed(o->body.args, p.name, fromRepo(p.value, p.value.type, p.value.isArray, embedded, t.ns));
       }
     }
     return dataOut(&env, fromRepo(r.returnValue, r.returnValue.type, false, false, t.ns));
@@ -421,7 +525,7 @@ static CIMCData clInvokeMethod(CIMCClient* cl, CIMCObjectPath* op, const char* m
 
 static CIMCStatus clSetProperty(CIMCClient* cl, CIMCObjectPath* op, const char* name, CIMCValue* value,
                                 CIMCType type) {
-  return statusEntry<ClientNode>(cl, [&](ClientNode& c) {
+  return statusEntry(Kind::Client, cl, [&](Node& c) {
     begin(c, "setProperty");
     Target t = target(op);
     if (!name) throw CimError(cimmock::CIM_ERR_INVALID_PARAMETER, "no property name");
@@ -434,7 +538,7 @@ static CIMCStatus clSetProperty(CIMCClient* cl, CIMCObjectPath* op, const char* 
 }
 
 static CIMCData clGetProperty(CIMCClient* cl, CIMCObjectPath* op, const char* name, CIMCStatus* rc) {
-  return entry<ClientNode>(cl, rc, nullData(0, CIMC_nullValue), [&](ClientNode& c) {
+  return entry(Kind::Client, cl, rc, nullData(0, CIMC_nullValue), [&](Node& c) {
     EnvNode& env = begin(c, "getProperty");
     Target t = target(op);
     if (!name) throw CimError(cimmock::CIM_ERR_INVALID_PARAMETER, "no property name");
@@ -471,7 +575,7 @@ static const CIMCClientFT kClientFT = {1,
 
 static CIMCStatus envRelease(CIMCEnv* e) {
   std::lock_guard<std::recursive_mutex> guard(brokerLock());
-  EnvNode* env = findAs<EnvNode>(e);
+  EnvNode* env = findEnv(e);
   if (!env) return CIMCStatus{kInvalidHandle, nullptr};
   destroyEnv(env);
   return okStatus();
@@ -479,7 +583,7 @@ static CIMCStatus envRelease(CIMCEnv* e) {
 
 static CIMCClient* envConnect2(CIMCEnv* e, const char*, const char*, const char*, const char* user, const char* pwd,
                                int, const char*, const char*, const char*, CIMCStatus* rc) {
-  return entry<EnvNode>(e, rc, (CIMCClient*)nullptr, [&](EnvNode& env) -> CIMCClient* {
+  return envEntry(e, rc, (CIMCClient*)nullptr, [&](EnvNode& env) -> CIMCClient* {
     trace("connect");
     if (!env.loadError.empty()) throw CimError(cimmock::CIM_ERR_FAILED, "repository not loaded: " + env.loadError);
     if (env.faults.mode == Faults::Connect) throw CimError(cimmock::CIM_ERR_FAILED, "connection refused");
@@ -497,36 +601,36 @@ static CIMCClient* envConnect(CIMCEnv* e, const char* host, const char* scheme, 
 }
 
 static CIMCInstance* envNewInstance(CIMCEnv* e, const CIMCObjectPath* op, CIMCStatus* rc) {
-  return entry<EnvNode>(e, rc, (CIMCInstance*)nullptr, [&](EnvNode& env) {
-    auto* p = findAs<PathNode>(op);
+  return envEntry(e, rc, (CIMCInstance*)nullptr, [&](EnvNode& env) {
+    Node* p = findAs(Kind::Path, op);
     if (!p) throw CimError(cimmock::CIM_ERR_INVALID_PARAMETER, "no valid object path");
     InstData d;
-    d.ns = p->d.ns;
-    d.cls = p->d.cls;
-    d.props = p->d.keys;  // the path's keys are the new instance's first properties
-    return makeInstance(&env, std::move(d));
+    d.ns = p->path().ns;
+    d.cls = p->path().cls;
+    d.props = p->path().keys;  // the path's keys are the new instance's first properties
+    return makeInstance(&env, share(std::move(d)));
   });
 }
 
 static CIMCObjectPath* envNewObjectPath(CIMCEnv* e, const char* ns, const char* cn, CIMCStatus* rc) {
-  return entry<EnvNode>(e, rc, (CIMCObjectPath*)nullptr, [&](EnvNode& env) {
+  return envEntry(e, rc, (CIMCObjectPath*)nullptr, [&](EnvNode& env) {
     PathData d;
     d.ns = orEmpty(ns);
     d.cls = orEmpty(cn);
-    return makePath(&env, std::move(d));
+    return makePath(&env, share(std::move(d)));
   });
 }
 
 static CIMCArgs* envNewArgs(CIMCEnv* e, CIMCStatus* rc) {
-  return entry<EnvNode>(e, rc, (CIMCArgs*)nullptr, [&](EnvNode& env) { return makeArgs(&env, Named()); });
+  return envEntry(e, rc, (CIMCArgs*)nullptr, [&](EnvNode& env) { return makeArgs(&env, Named()); });
 }
 
 static CIMCString* envNewString(CIMCEnv* e, const char* text, CIMCStatus* rc) {
-  return entry<EnvNode>(e, rc, (CIMCString*)nullptr, [&](EnvNode& env) { return makeString(&env, orEmpty(text)); });
+  return envEntry(e, rc, (CIMCString*)nullptr, [&](EnvNode& env) { return makeString(&env, orEmpty(text)); });
 }
 
 static CIMCArray* envNewArray(CIMCEnv* e, CIMCCount count, CIMCType type, CIMCStatus* rc) {
-  return entry<EnvNode>(e, rc, (CIMCArray*)nullptr, [&](EnvNode& env) {
+  return envEntry(e, rc, (CIMCArray*)nullptr, [&](EnvNode& env) {
     if (count < 0) throw CimError(cimmock::CIM_ERR_INVALID_PARAMETER, "negative array size");
     CIMCType elem = normalType(static_cast<CIMCType>(type & ~CIMC_ARRAY));
     return makeArray(&env, elem, std::vector<Val>(static_cast<std::size_t>(count), nullVal(elem)));
@@ -534,16 +638,16 @@ static CIMCArray* envNewArray(CIMCEnv* e, CIMCCount count, CIMCType type, CIMCSt
 }
 
 static CIMCDateTime* envNewDateTime(CIMCEnv* e, CIMCStatus* rc) {
-  return entry<EnvNode>(e, rc, (CIMCDateTime*)nullptr, [&](EnvNode& env) { return makeDateTime(&env, dateTimeNow()); });
+  return envEntry(e, rc, (CIMCDateTime*)nullptr, [&](EnvNode& env) { return makeDateTime(&env, dateTimeNow()); });
 }
 
 static CIMCDateTime* envNewDateTimeFromBinary(CIMCEnv* e, uint64_t micros, CIMCBoolean interval, CIMCStatus* rc) {
-  return entry<EnvNode>(e, rc, (CIMCDateTime*)nullptr,
+  return envEntry(e, rc, (CIMCDateTime*)nullptr,
                         [&](EnvNode& env) { return makeDateTime(&env, dateTimeFromMicros(micros, interval != 0)); });
 }
 
 static CIMCDateTime* envNewDateTimeFromChars(CIMCEnv* e, const char* text, CIMCStatus* rc) {
-  return entry<EnvNode>(e, rc, (CIMCDateTime*)nullptr, [&](EnvNode& env) {
+  return envEntry(e, rc, (CIMCDateTime*)nullptr, [&](EnvNode& env) {
     if (!text || !validDateTime(text))
       throw CimError(cimmock::CIM_ERR_INVALID_PARAMETER, std::string("not a CIM datetime: ") + orEmpty(text));
     return makeDateTime(&env, text);
@@ -566,10 +670,10 @@ static const CIMCEnvFT kEnvFT = {1,
 }  // extern "C"
 
 CIMCClient* makeClient(EnvNode* env) {
-  auto* n = new ClientNode();
-  n->pub.ft = &kClientFT;
-  adopt(env, n, &n->pub);
-  return &n->pub;
+  Node* n = newNode(env, Kind::Client);
+  n->pub.client = CIMCClient{nullptr, &kClientFT};
+  n->dead = false;
+  return &n->pub.client;
 }
 
 }  // namespace broker

@@ -64,30 +64,30 @@ Val scalarIn(const CIMCValue& v, CIMCType type) {
       break;
     case CIMC_string: {
       if (!v.string) return nullVal(out.type);
-      auto* s = findAs<StringNode>(v.string);
+      Node* s = findAs(Kind::String, v.string);
       if (!s) throw CimError(cimmock::CIM_ERR_INVALID_PARAMETER, "unknown string object");
-      out.text = s->text;
+      out.text = s->text();
       break;
     }
     case CIMC_dateTime: {
       if (!v.dateTime) return nullVal(out.type);
-      auto* d = findAs<DateTimeNode>(v.dateTime);
+      Node* d = findAs(Kind::DateTime, v.dateTime);
       if (!d) throw CimError(cimmock::CIM_ERR_INVALID_PARAMETER, "unknown datetime object");
-      out.text = d->text;
+      out.text = d->text();
       break;
     }
     case CIMC_ref: {
       if (!v.ref) return nullVal(out.type);
-      auto* p = findAs<PathNode>(v.ref);
+      Node* p = findAs(Kind::Path, v.ref);
       if (!p) throw CimError(cimmock::CIM_ERR_INVALID_PARAMETER, "unknown object path");
-      out.ref = std::make_shared<PathData>(p->d);
+      out.ref = p->body.path;  // shared: a later change to the object copies first
       break;
     }
     case CIMC_instance: {
       if (!v.inst) return nullVal(out.type);
-      auto* i = findAs<InstNode>(v.inst);
+      Node* i = findAs(Kind::Instance, v.inst);
       if (!i) throw CimError(cimmock::CIM_ERR_INVALID_PARAMETER, "unknown instance");
-      out.inst = std::make_shared<InstData>(i->d);
+      out.inst = i->body.inst;
       break;
     }
     default:
@@ -204,12 +204,12 @@ Val valueIn(const CIMCValue* value, CIMCType type) {
   if (!value) return nullVal(normalType(type));
   if (!(type & kArray)) return scalarIn(*value, type);
   if (!value->array) return nullVal(normalType(type));
-  auto* a = findAs<ArrayNode>(value->array);
+  Node* a = findAs(Kind::Array, value->array);
   if (!a) throw CimError(cimmock::CIM_ERR_INVALID_PARAMETER, "unknown array object");
   Val out;
   out.type = static_cast<CIMCType>(kArray | a->elem);
   out.null = false;
-  out.items = a->items;
+  out.items = a->body.items;
   return out;
 }
 
@@ -231,9 +231,9 @@ CIMCData dataOut(EnvNode* env, const Val& v) {
   switch (v.type) {
     case CIMC_string: d.value.string = makeString(env, v.text); break;
     case CIMC_dateTime: d.value.dateTime = makeDateTime(env, v.text); break;
-    case CIMC_ref: d.value.ref = makePath(env, *v.ref); break;
-    case CIMC_instance: d.value.inst = makeInstance(env, *v.inst); break;
-    case CIMC_class: d.value.cls = makeClass(env, *v.cls); break;
+    case CIMC_ref: d.value.ref = makePath(env, v.ref); break;
+    case CIMC_instance: d.value.inst = makeInstance(env, v.inst); break;
+    case CIMC_class: d.value.cls = makeClass(env, v.cls); break;
     default: d.value = v.num; break;
   }
   return d;
@@ -406,11 +406,11 @@ PathData fromRepoPath(const cimmock::ObjectPath& p, const std::string& ns) {
     if (k.type == Type::Reference && k.ref) {
       v.type = CIMC_ref;
       v.null = false;
-      v.ref = std::make_shared<PathData>(fromRepoPath(*k.ref, out.ns));
+      v.ref = share(fromRepoPath(*k.ref, out.ns));
     } else if (k.type == Type::Reference) {
       v.type = CIMC_ref;
       v.null = k.text.empty();
-      if (!v.null) v.ref = std::make_shared<PathData>(fromRepoPath(cimmock::ObjectPath::parse(k.text), out.ns));
+      if (!v.null) v.ref = share(fromRepoPath(cimmock::ObjectPath::parse(k.text), out.ns));
     } else {
       v = scalarFromText(k.text, codeOf(k.type));
     }
@@ -425,34 +425,33 @@ Val fromRepo(const cimmock::Value& v, Type declared, bool isArray, bool embedded
   Val out;
   out.type = static_cast<CIMCType>(base | (isArray ? kArray : 0));
   if (v.isNull || nullValues) return out;
-  std::vector<Val> items;
-  if (base == CIMC_ref) {
-    for (const auto& r : v.refs) {
+  auto item = [&](std::size_t i) {
+    if (base == CIMC_ref) {
       Val x;
       x.type = CIMC_ref;
       x.null = false;
-      x.ref = std::make_shared<PathData>(fromRepoPath(r, ns));
-      items.push_back(std::move(x));
+      x.ref = share(fromRepoPath(v.refs[i], ns));
+      return x;
     }
-  } else if (base == CIMC_instance) {
-    for (const auto& e : v.embedded) {
+    if (base == CIMC_instance) {
       Val x;
       x.type = CIMC_instance;
       x.null = false;
-      cimmock::ObjectPath p = repository().pathOf(ns, *e);
-      x.inst = std::make_shared<InstData>(fromRepoInstance(*e, p, ns, false));
-      items.push_back(std::move(x));
+      const cimmock::Instance& e = *v.embedded[i];
+      x.inst = share(fromRepoInstance(e, repository().pathOf(ns, e), ns, false));
+      return x;
     }
-  } else {
-    for (const auto& t : v.texts) items.push_back(scalarFromText(t, base));
-  }
+    return scalarFromText(v.texts[i], base);
+  };
+  std::size_t count = base == CIMC_ref ? v.refs.size() : base == CIMC_instance ? v.embedded.size() : v.texts.size();
   if (isArray) {
     out.null = false;
-    out.items = std::move(items);
+    out.items.reserve(count);
+    for (std::size_t i = 0; i < count; ++i) out.items.push_back(item(i));
     return out;
   }
-  if (items.empty()) return out;
-  return items.front();
+  if (count == 0) return out;
+  return item(0);
 }
 
 InstData fromRepoInstance(const cimmock::Instance& inst, const cimmock::ObjectPath& path, const std::string& ns,
@@ -467,7 +466,7 @@ InstData fromRepoInstance(const cimmock::Instance& inst, const cimmock::ObjectPa
     d.props.emplace_back(p.name, fromRepo(p.value, cp ? cp->type : p.type, cp ? cp->isArray : p.isArray, embedded,
                                           ns, nullValues));
   }
-  d.path = std::make_shared<PathData>(fromRepoPath(path, ns));
+  d.path = share(fromRepoPath(path, ns));
   return d;
 }
 
@@ -479,20 +478,20 @@ ClassData fromRepoClass(const cimmock::Class& c, const std::string& ns) {
   return d;
 }
 
-PathData instancePath(const InstData& d) {
-  if (d.path) return *d.path;
+std::shared_ptr<const PathData> instancePath(const InstData& d) {
+  if (d.path) return d.path;
   PathData p;
   p.host = "localhost";
   p.ns = d.ns;
   p.cls = d.cls;
   const cimmock::Class* c = repository().findClass(d.ns.empty() ? kDefaultNamespace : d.ns, d.cls);
-  if (!c) return p;
+  if (!c) return share(std::move(p));
   p.cls = c->name;
   for (const auto& name : c->keyNames()) {
     const Val* v = findNamed(d.props, name);
     p.keys.emplace_back(name, v ? *v : nullVal(codeOf(c->findProperty(name)->type)));
   }
-  return p;
+  return share(std::move(p));
 }
 
 }  // namespace broker

@@ -428,12 +428,27 @@ ObjectPath Repository::pathOf(const std::string& ns, const Instance& inst) const
 }
 
 std::vector<PathedInstance> Repository::instancesOf(const std::string& ns, const std::string& className) const {
+  std::vector<PathedInstance> out;
+  visitInstancesOf(ns, className, [&](const std::string& nsName, const Instance& i) {
+    out.push_back({pathOf(nsName, i), i});
+  });
+  return out;
+}
+
+void Repository::visitInstancesOf(const std::string& ns, const std::string& className,
+                                  const std::function<void(const std::string&, const Instance&)>& fn) const {
   const NsData& n = needNs(*d_, ns);
   needClass(n, className);
-  std::vector<PathedInstance> out;
-  for (const auto& i : n.instances)
-    if (isAIn(n, i.className, className)) out.push_back({pathOf(n.name, i), i});
-  return out;
+  // Instances of one class sit together: the class test is done once per run.
+  const std::string* last = nullptr;
+  bool lastIs = false;
+  for (const auto& i : n.instances) {
+    if (!last || i.className != *last) {
+      lastIs = isAIn(n, i.className, className);
+      last = &i.className;
+    }
+    if (lastIs) fn(n.name, i);
+  }
 }
 
 std::vector<ObjectPath> Repository::instanceNames(const std::string& ns, const std::string& className) const {

@@ -280,6 +280,11 @@ public:
   // Instances of className and, when deep, of its subclasses (every
   // instance property is included; use filterInstance to shape them).
   std::vector<PathedInstance> instancesOf(const std::string& ns, const std::string& className) const;
+  // The same instances, in the same order, handed to fn in place instead of
+  // copied, with the namespace as it was declared (for pathOf). fn must not
+  // change the repository.
+  void visitInstancesOf(const std::string& ns, const std::string& className,
+                        const std::function<void(const std::string& nsName, const Instance&)>& fn) const;
   std::vector<ObjectPath> instanceNames(const std::string& ns, const std::string& className) const;
   // Shapes an instance for a reply: property list, local-only/deep
   // filtering against `requestedClass`, qualifiers, class origin.
