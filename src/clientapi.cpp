@@ -204,6 +204,19 @@ Outcome single(Object* object, Record** result, Map map, int (*freeRecord)(Recor
     return Outcome::Success;
 }
 
+// What every operation does around its broker call: the guard on the
+// arguments it needs, the request path from namespace, class and keys, and
+// the path's release once the call is made and mapped.
+template <class Call>
+Outcome onPath(Session& s, bool ready, const char* nameSpace, const char* className, InstanceName* keys, Call call) {
+    if (!ready || !nameSpace || !className) return Outcome::Failure;
+    CIMCObjectPath* path = requestPath(s, nameSpace, className, keys);
+    if (!path) return Outcome::Failure;
+    Outcome outcome = call(path);
+    release(path);
+    return outcome;
+}
+
 bool isCreationKey(const char* name) {
     static const char* const kKeys[] = {"Name", "SystemCreationClassName", "CreationClassName", "SystemName"};
     for (const char* key : kKeys)
@@ -326,15 +339,13 @@ int CIMC_EnumInstances(NamedInstance** result, const char* className, const char
         "EnumInstances", userName, password, errorOut,
         [&](char* t, std::size_t n) { classCategory(t, n, "EnumInstances: classname: %s", className); },
         [&](Session& s) {
-            if (!nameSpace || !className) return Outcome::Failure;
-            CIMCObjectPath* path = requestPath(s, nameSpace, className, nullptr);
-            if (!path) return Outcome::Failure;
-            CIMCFlags flags = deepInheritance == 1 ? CIMC_FLAG_DeepInheritance : 0;
-            CIMCEnumeration* en = s.client->ft->enumInstances(s.client, path, flags, nullptr, &s.status);
-            release(path);
-            return collect(en, result, nodePerItem<NamedInstance>([](CIMCData& item, NamedInstance* node) {
-                return mapInstance(item.value.inst, node);
-            }, Free_NamedInstance));
+            return onPath(s, true, nameSpace, className, nullptr, [&](CIMCObjectPath* path) {
+                CIMCFlags flags = deepInheritance == 1 ? CIMC_FLAG_DeepInheritance : 0;
+                CIMCEnumeration* en = s.client->ft->enumInstances(s.client, path, flags, nullptr, &s.status);
+                return collect(en, result, nodePerItem<NamedInstance>([](CIMCData& item, NamedInstance* node) {
+                    return mapInstance(item.value.inst, node);
+                }, Free_NamedInstance));
+            });
         });
 }
 
@@ -344,13 +355,11 @@ int CIMC_EnumInstanceNames(InstanceName** result, const char* className, const c
         "EnumInstanceNames", userName, password, errorOut,
         [&](char* t, std::size_t n) { classCategory(t, n, "EnumInstanceNames: classname: %s", className); },
         [&](Session& s) {
-            if (!nameSpace || !className) return Outcome::Failure;
-            CIMCObjectPath* path = requestPath(s, nameSpace, className, nullptr);
-            if (!path) return Outcome::Failure;
-            CIMCEnumeration* en = s.client->ft->enumInstanceNames(s.client, path, &s.status);
-            release(path);
-            return collect(en, result, [](CIMCData& item, InstanceName** head) {
-                return AddToEnumInstanceNameList(head, item.value.ref) >= 0;
+            return onPath(s, true, nameSpace, className, nullptr, [&](CIMCObjectPath* path) {
+                CIMCEnumeration* en = s.client->ft->enumInstanceNames(s.client, path, &s.status);
+                return collect(en, result, [](CIMCData& item, InstanceName** head) {
+                    return AddToEnumInstanceNameList(head, item.value.ref) >= 0;
+                });
             });
         });
 }
@@ -362,14 +371,12 @@ int CIMC_GetInstance(Instance** result, InstanceName* instanceName, const char* 
         "GetInstance", userName, password, errorOut,
         [&](char* t, std::size_t n) { classCategory(t, n, "GetInstance: classname: %s", className); },
         [&](Session& s) {
-            if (!nameSpace || !className) return Outcome::Failure;
-            CIMCObjectPath* path = requestPath(s, nameSpace, className, instanceName);
-            if (!path) return Outcome::Failure;
-            CIMCInstance* instance = s.client->ft->getInstance(s.client, path, 0, nullptr, &s.status);
-            release(path);
-            return single(instance, result, [](Instance* record, CIMCInstance* object) {
-                return mapGetInstance(record, object);
-            }, Free_Instance);
+            return onPath(s, true, nameSpace, className, instanceName, [&](CIMCObjectPath* path) {
+                CIMCInstance* instance = s.client->ft->getInstance(s.client, path, 0, nullptr, &s.status);
+                return single(instance, result, [](Instance* record, CIMCInstance* object) {
+                    return mapGetInstance(record, object);
+                }, Free_Instance);
+            });
         });
 }
 
@@ -379,14 +386,12 @@ int CIMC_GetClass(Class** result, const char* className, const char* /*host*/, c
         "GetClass", userName, password, errorOut,
         [&](char* t, std::size_t n) { classCategory(t, n, "GetClass: classname: %s", className); },
         [&](Session& s) {
-            if (!nameSpace || !className) return Outcome::Failure;
-            CIMCObjectPath* path = requestPath(s, nameSpace, className, nullptr);
-            if (!path) return Outcome::Failure;
-            CIMCClass* cls = s.client->ft->getClass(s.client, path, 0, nullptr, &s.status);
-            release(path);
-            return single(cls, result, [](Class* record, CIMCClass* object) {
-                return mapGetClass(object, record);
-            }, Free_Class);
+            return onPath(s, true, nameSpace, className, nullptr, [&](CIMCObjectPath* path) {
+                CIMCClass* cls = s.client->ft->getClass(s.client, path, 0, nullptr, &s.status);
+                return single(cls, result, [](Class* record, CIMCClass* object) {
+                    return mapGetClass(object, record);
+                }, Free_Class);
+            });
         });
 }
 
@@ -402,15 +407,13 @@ int CIMC_Associators(ObjectWithPath** result, InstanceName* objectPath, const ch
                               orNull(assocClass), orNull(resultClass));
         },
         [&](Session& s) {
-            if (!nameSpace || !className) return Outcome::Failure;
-            CIMCObjectPath* path = requestPath(s, nameSpace, className, objectPath);
-            if (!path) return Outcome::Failure;
-            CIMCEnumeration* en = s.client->ft->associators(s.client, path, assocClass, resultClass, role,
-                                                            resultRole, 0, nullptr, &s.status);
-            release(path);
-            return collect(en, result, nodePerItem<ObjectWithPath>([](CIMCData& item, ObjectWithPath* node) {
-                return mapAssociators(item.value.inst, node);
-            }, Free_ObjectWithPath));
+            return onPath(s, true, nameSpace, className, objectPath, [&](CIMCObjectPath* path) {
+                CIMCEnumeration* en = s.client->ft->associators(s.client, path, assocClass, resultClass, role,
+                                                                resultRole, 0, nullptr, &s.status);
+                return collect(en, result, nodePerItem<ObjectWithPath>([](CIMCData& item, ObjectWithPath* node) {
+                    return mapAssociators(item.value.inst, node);
+                }, Free_ObjectWithPath));
+            });
         });
 }
 
@@ -426,15 +429,13 @@ int CIMC_AssociatorNames(ObjectPath** result, InstanceName* objectPath, const ch
                               orNull(assocClass), orNull(resultClass));
         },
         [&](Session& s) {
-            if (!nameSpace || !className || !objectPath) return Outcome::Failure;
-            CIMCObjectPath* path = requestPath(s, nameSpace, className, objectPath);
-            if (!path) return Outcome::Failure;
-            CIMCEnumeration* en = s.client->ft->associatorNames(s.client, path, assocClass, resultClass, role,
-                                                                resultRole, &s.status);
-            release(path);
-            return collect(en, result, nodePerItem<ObjectPath>([](CIMCData& item, ObjectPath* node) {
-                return mapAssociatorNames(item.value.ref, node);
-            }, Free_ObjectPath));
+            return onPath(s, objectPath != nullptr, nameSpace, className, objectPath, [&](CIMCObjectPath* path) {
+                CIMCEnumeration* en = s.client->ft->associatorNames(s.client, path, assocClass, resultClass, role,
+                                                                    resultRole, &s.status);
+                return collect(en, result, nodePerItem<ObjectPath>([](CIMCData& item, ObjectPath* node) {
+                    return mapAssociatorNames(item.value.ref, node);
+                }, Free_ObjectPath));
+            });
         });
 }
 
@@ -447,17 +448,15 @@ int CIMC_References(ObjectWithPath** result, ObjectName* objectName, ClassName* 
         "References", userName, password, errorOut,
         [&](char* t, std::size_t n) { classCategory(t, n, "References classname: %s", className); },
         [&](Session& s) {
-            if (!nameSpace || !className) return Outcome::Failure;
-            CIMCObjectPath* path = requestPath(s, nameSpace, className, objectPath);
-            if (!path) return Outcome::Failure;
-            CIMCFlags flags = (includeQualifiers == 1 ? CIMC_FLAG_IncludeQualifiers : 0) |
-                              (includeClassOrigin == 1 ? CIMC_FLAG_IncludeClassOrigin : 0);
-            CIMCEnumeration* en = s.client->ft->references(s.client, path, resultClass ? resultClass->name : nullptr,
-                                                           role, flags, nullptr, &s.status);
-            release(path);
-            return collect(en, result, nodePerItem<ObjectWithPath>([](CIMCData& item, ObjectWithPath* node) {
-                return mapReferences(item.value.inst, node);
-            }, Free_ObjectWithPath));
+            return onPath(s, true, nameSpace, className, objectPath, [&](CIMCObjectPath* path) {
+                CIMCFlags flags = (includeQualifiers == 1 ? CIMC_FLAG_IncludeQualifiers : 0) |
+                                  (includeClassOrigin == 1 ? CIMC_FLAG_IncludeClassOrigin : 0);
+                CIMCEnumeration* en = s.client->ft->references(s.client, path, resultClass ? resultClass->name : nullptr,
+                                                               role, flags, nullptr, &s.status);
+                return collect(en, result, nodePerItem<ObjectWithPath>([](CIMCData& item, ObjectWithPath* node) {
+                    return mapReferences(item.value.inst, node);
+                }, Free_ObjectWithPath));
+            });
         });
 }
 
@@ -469,15 +468,13 @@ int CIMC_ReferenceNames(ObjectPath** result, ObjectName* objectName, ClassName* 
         "ReferenceNames", userName, password, errorOut,
         [&](char* t, std::size_t n) { classCategory(t, n, "ReferenceNames classname: %s", className); },
         [&](Session& s) {
-            if (!nameSpace || !className) return Outcome::Failure;
-            CIMCObjectPath* path = requestPath(s, nameSpace, className, objectPath);
-            if (!path) return Outcome::Failure;
-            CIMCEnumeration* en = s.client->ft->referenceNames(
-                s.client, path, resultClass ? resultClass->name : nullptr, role, &s.status);
-            release(path);
-            return collect(en, result, nodePerItem<ObjectPath>([](CIMCData& item, ObjectPath* node) {
-                return mapReferenceNames(item.value.ref, node);
-            }, Free_ObjectPath));
+            return onPath(s, true, nameSpace, className, objectPath, [&](CIMCObjectPath* path) {
+                CIMCEnumeration* en = s.client->ft->referenceNames(
+                    s.client, path, resultClass ? resultClass->name : nullptr, role, &s.status);
+                return collect(en, result, nodePerItem<ObjectPath>([](CIMCData& item, ObjectPath* node) {
+                    return mapReferenceNames(item.value.ref, node);
+                }, Free_ObjectPath));
+            });
         });
 }
 
@@ -487,25 +484,20 @@ int CIMC_CreateInstance(InstanceName** result, Instance* newInstance, const char
     return localFrame(
         nullptr, userName, password, errorOut, [](char*, std::size_t) {},
         [&](Session& s) {
-            if (!nameSpace || !className) return Outcome::Failure;
-            CIMCObjectPath* path = requestPath(s, nameSpace, className, nullptr);
-            if (!path) return Outcome::Failure;
-            for (Property* p = newInstance->properties; p; p = p->next) {
-                if (!p->name || !isCreationKey(p->name) || !p->value || !p->value->value) continue;
-                CIMCValue key = charsValue(p->value->value);
-                path->ft->addKey(path, p->name, &key, CIMC_chars);
-            }
-            CIMCInstance* instance = brokerInstance(s, path, newInstance);
-            if (!instance) {
-                release(path);
-                return Outcome::Failure;
-            }
-            CIMCObjectPath* created = s.client->ft->createInstance(s.client, path, instance, &s.status);
-            release(instance);
-            release(path);
-            return single(created, result, [](InstanceName* record, CIMCObjectPath* object) {
-                return mapCreateinstance(object, record);
-            }, Free_InstanceName);
+            return onPath(s, true, nameSpace, className, nullptr, [&](CIMCObjectPath* path) {
+                for (Property* p = newInstance->properties; p; p = p->next) {
+                    if (!p->name || !isCreationKey(p->name) || !p->value || !p->value->value) continue;
+                    CIMCValue key = charsValue(p->value->value);
+                    path->ft->addKey(path, p->name, &key, CIMC_chars);
+                }
+                CIMCInstance* instance = brokerInstance(s, path, newInstance);
+                if (!instance) return Outcome::Failure;
+                CIMCObjectPath* created = s.client->ft->createInstance(s.client, path, instance, &s.status);
+                release(instance);
+                return single(created, result, [](InstanceName* record, CIMCObjectPath* object) {
+                    return mapCreateinstance(object, record);
+                }, Free_InstanceName);
+            });
         });
 }
 
@@ -519,18 +511,13 @@ int CIMC_ModifyInstance(NamedInstance* modifiedInstance, int flags, const char* 
         "ModifyInstance", userName, password, errorOut,
         [&](char* t, std::size_t n) { classCategory(t, n, "ModifyInstance: classname: %s", className); },
         [&](Session& s) {
-            if (!nameSpace || !className || !instanceName || !record) return Outcome::Failure;
-            CIMCObjectPath* path = requestPath(s, nameSpace, className, instanceName);
-            if (!path) return Outcome::Failure;
-            CIMCInstance* instance = brokerInstance(s, path, record);
-            if (!instance) {
-                release(path);
-                return Outcome::Failure;
-            }
-            s.status = s.client->ft->setInstance(s.client, path, instance, static_cast<CIMCFlags>(flags), nullptr);
-            release(instance);
-            release(path);
-            return s.status.rc == 0 ? Outcome::Success : Outcome::BrokerFailed;
+            return onPath(s, instanceName && record, nameSpace, className, instanceName, [&](CIMCObjectPath* path) {
+                CIMCInstance* instance = brokerInstance(s, path, record);
+                if (!instance) return Outcome::Failure;
+                s.status = s.client->ft->setInstance(s.client, path, instance, static_cast<CIMCFlags>(flags), nullptr);
+                release(instance);
+                return s.status.rc == 0 ? Outcome::Success : Outcome::BrokerFailed;
+            });
         });
 }
 
@@ -540,14 +527,12 @@ int CIMC_DeleteInstance(InstanceName* instanceName, const char* nameSpace, const
     return localFrame(
         nullptr, userName, password, errorOut, [](char*, std::size_t) {},
         [&](Session& s) {
-            if (!nameSpace || !className) return Outcome::Failure;
-            CIMCObjectPath* path = requestPath(s, nameSpace, className, instanceName);
-            if (!path) return Outcome::Failure;
-            s.status = s.client->ft->deleteInstance(s.client, path);
-            release(path);
-            if (s.status.rc == 0) return Outcome::Success;
-            // Unlike the other operations, a failure without a message is still -1.
-            return statusMessage(s.status) ? Outcome::BrokerFailed : Outcome::Failure;
+            return onPath(s, true, nameSpace, className, instanceName, [&](CIMCObjectPath* path) {
+                s.status = s.client->ft->deleteInstance(s.client, path);
+                if (s.status.rc == 0) return Outcome::Success;
+                // Unlike the other operations, a failure without a message is still -1.
+                return statusMessage(s.status) ? Outcome::BrokerFailed : Outcome::Failure;
+            });
         });
 }
 
@@ -560,34 +545,31 @@ int CIMC_InvokeMethod(InstanceName* objectPath, const char* methodName, const ch
         "InvokeMethod", userName, password, errorOut,
         [&](char* t, std::size_t n) { classCategory(t, n, "InvokeMethod classname: %s", className); },
         [&](Session& s) {
-            if (!nameSpace || !className || !methodName) return Outcome::Failure;
-            CIMCObjectPath* path = requestPath(s, nameSpace, className, objectPath);
-            if (!path) return Outcome::Failure;
-            CIMCArgs* in = s.env->ft->newArgs(s.env, nullptr);
-            CIMCArgs* out = s.env->ft->newArgs(s.env, nullptr);
-            if (!in || !out) {
+            return onPath(s, methodName != nullptr, nameSpace, className, objectPath, [&](CIMCObjectPath* path) {
+                CIMCArgs* in = s.env->ft->newArgs(s.env, nullptr);
+                CIMCArgs* out = s.env->ft->newArgs(s.env, nullptr);
+                if (!in || !out) {
+                    release(in);
+                    release(out);
+                    return Outcome::Failure;
+                }
+                buildArguments(inParams, nameSpace, in, s.env);
+                CIMCData returned = s.client->ft->invokeMethod(s.client, path, methodName, in, out, &s.status);
+                Outcome outcome = Outcome::BrokerFailed;
+                if (s.status.rc == 0) {
+                    ParamValue* list = nullptr;
+                    if (!mapInvokeResults(&returned, out, &list)) {
+                        outcome = Outcome::Failure;
+                    } else {
+                        if (outParams) *outParams = list;
+                        else Free_ParamValue(list);
+                        outcome = Outcome::Success;
+                    }
+                }
                 release(in);
                 release(out);
-                release(path);
-                return Outcome::Failure;
-            }
-            buildArguments(inParams, nameSpace, in, s.env);
-            CIMCData returned = s.client->ft->invokeMethod(s.client, path, methodName, in, out, &s.status);
-            Outcome outcome = Outcome::BrokerFailed;
-            if (s.status.rc == 0) {
-                ParamValue* list = nullptr;
-                if (!mapInvokeResults(&returned, out, &list)) {
-                    outcome = Outcome::Failure;
-                } else {
-                    if (outParams) *outParams = list;
-                    else Free_ParamValue(list);
-                    outcome = Outcome::Success;
-                }
-            }
-            release(in);
-            release(out);
-            release(path);
-            return outcome;
+                return outcome;
+            });
         });
 }
 
