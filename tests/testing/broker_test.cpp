@@ -250,6 +250,41 @@ TEST_F(Broker, ObjectPathKeysAndText) {
   EXPECT_EQ(name, nullptr);
 }
 
+// Objects made from one another may share their data until one changes:
+// the change must stay with the object it was made on.
+TEST_F(Broker, ObjectsMadeFromOneAnotherChangeAlone) {
+  CIMCClient* cl = connect();
+  CIMCEnumeration* en = cl->ft->enumInstances(cl, path("Mock_Processor"), 2, nullptr, &last);
+  ASSERT_NE(en, nullptr);
+  CIMCEnumeration* twin = en->ft->clone(en, nullptr);
+  CIMCInstance* a = en->ft->getNext(en, nullptr).value.inst;
+  CIMCInstance* b = twin->ft->getNext(twin, nullptr).value.inst;
+  CIMCInstance* copy = a->ft->clone(a, nullptr);
+  CIMCValue v{};
+  v.chars = const_cast<char*>("changed");
+  ASSERT_EQ(a->ft->setProperty(a, "ElementName", &v, CIMC_chars).rc, 0);
+  EXPECT_EQ(text(prop(a, "ElementName").value.string), "changed");
+  EXPECT_NE(text(prop(b, "ElementName").value.string), "changed");
+  EXPECT_NE(text(prop(copy, "ElementName").value.string), "changed");
+  const char* only[] = {"ElementName", nullptr};
+  copy->ft->setPropertyFilter(copy, only, nullptr);
+  EXPECT_EQ(copy->ft->getPropertyCount(copy, nullptr), 1);
+  EXPECT_GT(b->ft->getPropertyCount(b, nullptr), 1);
+
+  // A path taken from an instance, and a reference value taken from a path.
+  CIMCObjectPath* op = b->ft->getObjectPath(b, nullptr);
+  v.chars = const_cast<char*>("CPU9");
+  ASSERT_EQ(op->ft->addKey(op, "DeviceID", &v, CIMC_chars).rc, 0);
+  CIMCObjectPath* again = b->ft->getObjectPath(b, nullptr);
+  EXPECT_EQ(text(again->ft->getKey(again, "DeviceID", nullptr).value.string), "CPU0");
+  CIMCInstance* holder = env->ft->newInstance(env, path("Mock_AllTypes"), nullptr);
+  v.ref = again;
+  ASSERT_EQ(holder->ft->setProperty(holder, "PReference", &v, CIMC_ref).rc, 0);
+  again->ft->setClassName(again, "Other");
+  CIMCObjectPath* held = prop(holder, "PReference").value.ref;
+  EXPECT_EQ(text(held->ft->getClassName(held, nullptr)), "Mock_Processor");
+}
+
 // One value per type, at its limits, through each container that copies
 // values by type code: argument list, instance, object path key, array.
 TEST_F(Broker, ValuesRoundTripAtTypeLimits) {
@@ -736,6 +771,46 @@ TEST_F(Broker, EnumHalfFaultBreaksOffEnumerations) {
 }
 
 // ---- release discipline --------------------------------------------------------
+
+// Pointers the broker never handed out, or no longer holds, are refused
+// without being read: the sanitizer build catches a read of freed memory.
+TEST_F(Broker, RefusesPointersItDoesNotHold) {
+  CIMCString* s = env->ft->newString(env, "held", nullptr);
+  const CIMCStringFT* ft = s->ft;
+  CIMCStatus st{};
+  CIMCString fake{const_cast<char*>("fake"), ft};
+  EXPECT_EQ(ft->getCharPtr(&fake, &st), nullptr);
+  EXPECT_EQ(st.rc, 60);
+  // Inside a live object, but not at its start.
+  auto* inside = reinterpret_cast<CIMCString*>(reinterpret_cast<char*>(s) + sizeof(void*));
+  EXPECT_EQ(ft->release(inside).rc, 60);
+  // Where the next object will go, before it exists.
+  CIMCString* t = env->ft->newString(env, "next", nullptr);
+  std::ptrdiff_t step = reinterpret_cast<char*>(t) - reinterpret_cast<char*>(s);
+  auto* ahead = reinterpret_cast<CIMCString*>(reinterpret_cast<char*>(t) + step);
+  EXPECT_EQ(ft->release(ahead).rc, 60);
+  // An object of another kind.
+  CIMCObjectPath* op = env->ft->newObjectPath(env, "root/cimv2", "X", nullptr);
+  EXPECT_EQ(ft->getCharPtr(reinterpret_cast<CIMCString*>(op), &st), nullptr);
+  EXPECT_EQ(st.rc, 60);
+  EXPECT_EQ(op->ft->getKeyCount(op, &st), 0);
+  EXPECT_EQ(st.rc, 0);
+
+  // Everything of a released environment, including the environment.
+  CIMCEnv* e = newEnv();
+  const CIMCEnvFT* envFt = e->ft;
+  CIMCString* gone = e->ft->newString(e, "gone", nullptr);
+  for (int k = 0; k < 100000; ++k) e->ft->newString(e, "filler", nullptr);  // several chunks of the store
+  ASSERT_EQ(envFt->release(e).rc, 0);
+  extra.pop_back();
+  EXPECT_EQ(ft->release(gone).rc, 60);
+  EXPECT_EQ(ft->getCharPtr(gone, &st), nullptr);
+  EXPECT_EQ(st.rc, 60);
+  EXPECT_EQ(envFt->release(e).rc, 60);
+  EXPECT_EQ(envFt->newString(e, "x", &st), nullptr);
+  EXPECT_EQ(st.rc, 60);
+  EXPECT_EQ(text(s), "held");  // the other environment's objects stay
+}
 
 TEST_F(Broker, ReleasesAreIdempotentAndEnvironmentReleaseFreesTheRest) {
   CIMCEnv* e = newEnv();
