@@ -312,7 +312,7 @@ EnvNode& begin(Node& c, const char* op) {
 extern "C" {
 
 static CIMCStatus clRelease(CIMCClient* cl) {
-  std::lock_guard<std::recursive_mutex> guard(brokerLock());
+  std::lock_guard<BrokerLock> guard(brokerLock());
   Node* n = findAs(Kind::Client, cl);
   if (!n) return CIMCStatus{kInvalidHandle, nullptr};
   releaseNode(n);
@@ -574,7 +574,7 @@ static const CIMCClientFT kClientFT = {1,
 // ---- the environment --------------------------------------------------------------
 
 static CIMCStatus envRelease(CIMCEnv* e) {
-  std::lock_guard<std::recursive_mutex> guard(brokerLock());
+  std::lock_guard<BrokerLock> guard(brokerLock());
   EnvNode* env = findEnv(e);
   if (!env) return CIMCStatus{kInvalidHandle, nullptr};
   destroyEnv(env);
@@ -685,7 +685,7 @@ extern "C" BROKER_EXPORT CIMCEnv* _Create_SfcbLocal_Env(const char*, unsigned in
   if (rc) *rc = 0;
   if (msg) *msg = nullptr;
   try {
-    std::lock_guard<std::recursive_mutex> guard(brokerLock());
+    std::lock_guard<BrokerLock> guard(brokerLock());
     const std::string& error = loadRepository();
     EnvNode* env = makeEnv();
     env->pub.ft = &kEnvFT;

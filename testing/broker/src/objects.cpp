@@ -365,7 +365,7 @@ namespace {
 // A second release, or a pointer the broker never handed out, is refused
 // with a status instead of touching memory.
 CIMCStatus releaseAs(Kind kind, const void* self) {
-  std::lock_guard<std::recursive_mutex> guard(brokerLock());
+  std::lock_guard<BrokerLock> guard(brokerLock());
   Node* n = findAs(kind, self);
   if (!n) return CIMCStatus{kInvalidHandle, nullptr};
   releaseNode(n);

@@ -96,9 +96,9 @@ EnvNode::~EnvNode() = default;
 PathData& Node::pathForWrite() { return writable(body.path); }
 InstData& Node::instForWrite() { return writable(body.inst); }
 
-std::recursive_mutex& brokerLock() {
-  static std::recursive_mutex m;
-  return m;
+BrokerLock& brokerLock() {
+  static BrokerLock lock;
+  return lock;
 }
 
 Node* findNode(const void* pub) {
