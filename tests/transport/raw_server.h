@@ -1,16 +1,7 @@
 // A raw-bytes HTTP peer for tests: listens on 127.0.0.1:<free port>, records
-// every byte each connection sends and plays a scripted reply.
-//
-//   cimtest::RawServer server(cimtest::okReply("<?xml ...>"));
-//   ASSERT_TRUE(server.start());
-//   CIMSendRequest(xml, &body, "127.0.0.1", server.port(), "u", "p", 1000);
-//   std::string wire = server.request(0);   // the whole request, as sent
-//
-// Connections are served one after another on one thread; connection i gets
-// replies[i], the last reply is reused for any later connection. By default
-// the server reads the complete request (header block, then Content-Length
-// body bytes after the first blank line), writes the segments with their
-// delays, half-closes, and keeps recording until the client closes.
+// what each connection sends and plays a scripted reply. Connections are
+// served one after another; connection i gets replies[i], the last reply
+// serves any later one.
 #pragma once
 
 #include <arpa/inet.h>
@@ -24,7 +15,6 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdlib>
-#include <cstring>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -40,13 +30,8 @@ struct Segment {
 
 struct Reply {
     std::vector<Segment> segments;
-    // Read the whole request before replying; false replies at once.
-    bool readRequest = true;
-    // After the last segment: false leaves the connection open (still
-    // recording) until the client closes it or the server stops.
-    bool closeAfter = true;
-    // After the last segment, abort the connection (RST) instead.
-    bool resetAfter = false;
+    bool readRequest = true;   // false replies before the request is read
+    bool resetAfter = false;   // abort (RST) after the last segment instead of half-closing
 };
 
 // "HTTP/1.1 200 OK" with Content-Length = body size + lengthDelta.
@@ -54,8 +39,6 @@ inline std::string okResponse(const std::string& body, long lengthDelta = 0) {
     return "HTTP/1.1 200 OK\r\nContent-Type: application/xml; charset=\"utf-8\"\r\nContent-Length: " +
            std::to_string(static_cast<long>(body.size()) + lengthDelta) + "\r\n\r\n" + body;
 }
-
-// The bytes in one segment.
 inline Reply reply(const std::string& bytes) { return Reply{{Segment{bytes, 0}}}; }
 inline Reply okReply(const std::string& body) { return reply(okResponse(body)); }
 
@@ -73,43 +56,32 @@ inline Reply splitReply(const std::string& bytes, std::vector<std::size_t> cuts,
 
 class RawServer {
 public:
-    explicit RawServer(std::vector<Reply> replies) : replies_(std::move(replies)) {}
-    explicit RawServer(Reply r) { replies_.push_back(std::move(r)); }
-    ~RawServer() { stop(); }
-    RawServer(const RawServer&) = delete;
-    RawServer& operator=(const RawServer&) = delete;
+    explicit RawServer(Reply r) : replies_{std::move(r)} {}
+    ~RawServer() {
+        stopping_ = true;
+        if (thread_.joinable()) thread_.join();
+        if (listener_ >= 0) ::close(listener_);
+    }
 
     bool start() {
         listener_ = ::socket(AF_INET, SOCK_STREAM, 0);
-        if (listener_ < 0) return false;
-        int on = 1;
-        ::setsockopt(listener_, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
         sockaddr_in a{};
         a.sin_family = AF_INET;
         a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
         socklen_t len = sizeof a;
-        if (::bind(listener_, reinterpret_cast<sockaddr*>(&a), sizeof a) != 0 || ::listen(listener_, 16) != 0 ||
-            ::getsockname(listener_, reinterpret_cast<sockaddr*>(&a), &len) != 0)
+        if (listener_ < 0 || ::bind(listener_, reinterpret_cast<sockaddr*>(&a), sizeof a) != 0 ||
+            ::listen(listener_, 16) != 0 || ::getsockname(listener_, reinterpret_cast<sockaddr*>(&a), &len) != 0)
             return false;
         port_ = ntohs(a.sin_port);
         thread_ = std::thread([this] { run(); });
         return true;
     }
-
-    void stop() {
-        stopping_ = true;
-        if (thread_.joinable()) thread_.join();
-        if (listener_ >= 0) ::close(listener_);
-        listener_ = -1;
-    }
-
     int port() const { return port_; }
 
-    // Everything connection i sent, once it is finished (closed by the
-    // client or given up); "" when it does not finish within timeoutMs.
-    std::string request(std::size_t i, int timeoutMs = 10000) {
+    // Everything connection i sent once the client closed it ("" after 10 s).
+    std::string request(std::size_t i) {
         std::unique_lock<std::mutex> lock(mutex_);
-        done_.wait_for(lock, std::chrono::milliseconds(timeoutMs), [&] { return requests_.size() > i; });
+        done_.wait_for(lock, std::chrono::seconds(10), [&] { return requests_.size() > i; });
         return requests_.size() > i ? requests_[i] : std::string();
     }
     std::size_t finishedConnections() {
@@ -118,7 +90,6 @@ public:
     }
 
 private:
-    // Waits until fd is readable; false on stop or after idleMs of silence.
     bool readable(int fd, int idleMs) {
         for (int waited = 0; waited < idleMs && !stopping_; waited += 20) {
             pollfd p{fd, POLLIN, 0};
@@ -126,82 +97,55 @@ private:
         }
         return false;
     }
-
-    // Reads one chunk into got; false on EOF, error, stop or idleness.
-    bool readSome(int fd, std::string& got, int idleMs = 10000) {
-        if (!readable(fd, idleMs)) return false;
+    bool readSome(int fd, std::string& got) {
         char buf[65536];
-        ssize_t n = ::recv(fd, buf, sizeof buf, 0);
-        if (n <= 0) return false;
-        got.append(buf, static_cast<std::size_t>(n));
-        return true;
+        ssize_t n = readable(fd, 10000) ? ::recv(fd, buf, sizeof buf, 0) : 0;
+        if (n > 0) got.append(buf, static_cast<std::size_t>(n));
+        return n > 0;
     }
-
+    // The client ends its header block with CR LF LF, then sends the body.
     static bool requestComplete(const std::string& got) {
-        std::size_t end = got.find("\r\n\r\n");
-        std::size_t bodyAt = end == std::string::npos ? std::string::npos : end + 4;
-        std::size_t lf = got.find("\r\n\n");  // the client's own framing ends its header block with CR LF LF
-        if (lf != std::string::npos && (bodyAt == std::string::npos || lf + 3 < bodyAt)) bodyAt = lf + 3;
-        if (bodyAt == std::string::npos) return false;
+        std::size_t end = got.find("\r\n\n");
+        if (end == std::string::npos) return false;
         std::size_t field = got.find("Content-Length:");
-        if (field == std::string::npos || field > bodyAt) return true;
-        long length = std::strtol(got.c_str() + field + 15, nullptr, 10);
-        return got.size() >= bodyAt + static_cast<std::size_t>(length < 0 ? 0 : length);
+        return field == std::string::npos || field > end ||
+               got.size() >= end + 3 + std::strtoul(got.c_str() + field + 15, nullptr, 10);
     }
-
-    void sendAll(int fd, const std::string& bytes) {
-        std::size_t at = 0;
-        while (at < bytes.size() && !stopping_) {
-            ssize_t n = ::send(fd, bytes.data() + at, bytes.size() - at, MSG_NOSIGNAL);
-            if (n <= 0) return;
-            at += static_cast<std::size_t>(n);
-        }
-    }
-
     void serve(int fd, const Reply& r) {
         std::string got;
-        if (r.readRequest)
-            while (!requestComplete(got) && readSome(fd, got)) {
-            }
+        while (r.readRequest && !requestComplete(got) && readSome(fd, got)) {
+        }
         int on = 1;
         ::setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
         for (const Segment& s : r.segments) {
-            if (s.delayMs > 0) std::this_thread::sleep_for(std::chrono::milliseconds(s.delayMs));
-            sendAll(fd, s.bytes);
+            std::this_thread::sleep_for(std::chrono::milliseconds(s.delayMs));
+            for (std::size_t at = 0; at < s.bytes.size() && !stopping_;) {
+                ssize_t n = ::send(fd, s.bytes.data() + at, s.bytes.size() - at, MSG_NOSIGNAL);
+                if (n <= 0) break;
+                at += static_cast<std::size_t>(n);
+            }
         }
         if (r.resetAfter) {
             linger abort{1, 0};
             ::setsockopt(fd, SOL_SOCKET, SO_LINGER, &abort, sizeof abort);
-            ::close(fd);
-            finish(std::move(got));
-            return;
-        }
-        // Half-close, then read to EOF so the close never resets the stream.
-        if (r.closeAfter) ::shutdown(fd, SHUT_WR);
-        while (readSome(fd, got, r.closeAfter ? 10000 : 60000)) {
+        } else {
+            ::shutdown(fd, SHUT_WR);  // then read to EOF so the close never resets the stream
+            while (readSome(fd, got)) {
+            }
         }
         ::close(fd);
-        finish(std::move(got));
-    }
-
-    void finish(std::string got) {
         std::lock_guard<std::mutex> lock(mutex_);
         requests_.push_back(std::move(got));
         done_.notify_all();
     }
-
     void run() {
-        for (std::size_t served = 0; !stopping_;) {
-            if (!readable(listener_, 1 << 30)) break;
+        for (std::size_t served = 0; readable(listener_, 1 << 30); ++served) {
             int fd = ::accept(listener_, nullptr, nullptr);
-            if (fd < 0) continue;
-            serve(fd, replies_.empty() ? none_ : replies_[served < replies_.size() ? served : replies_.size() - 1]);
-            ++served;
+            if (fd >= 0) serve(fd, replies_[served < replies_.size() ? served : replies_.size() - 1]);
         }
     }
 
     std::vector<Reply> replies_;
-    const Reply none_{};
     int listener_ = -1;
     int port_ = 0;
     std::atomic<bool> stopping_{false};
