@@ -16,26 +16,26 @@ std::string envelope(const std::string& inner) {
     return "<?xml version=\"1.0\" encoding=\"utf-8\"?><CIM CIMVERSION=\"2.0\" DTDVERSION=\"2.0\">"
            "<MESSAGE ID=\"1234\" PROTOCOLVERSION=\"1.0\">" + inner + "</MESSAGE></CIM>";
 }
-
 std::string intrinsic(const std::string& inner) {
     return envelope("<SIMPLERSP><IMETHODRESPONSE NAME=\"X\">" + inner + "</IMETHODRESPONSE></SIMPLERSP>");
 }
-
 std::string extrinsic(const std::string& inner) {
     return envelope("<SIMPLERSP><METHODRESPONSE NAME=\"M\">" + inner + "</METHODRESPONSE></SIMPLERSP>");
 }
-
-const char* const kError = "<ERROR CODE=\"6\" DESCRIPTION=\"gone\"><INSTANCE CLASSNAME=\"CIM_Error\"/></ERROR>";
-const char* const kInstanceName = "<INSTANCENAME CLASSNAME=\"C\"><KEYBINDING NAME=\"K\"><KEYVALUE VALUETYPE=\"string\">"
-                                  "v</KEYVALUE></KEYBINDING></INSTANCENAME>";
+const std::string kError = "<ERROR CODE=\"6\" DESCRIPTION=\"gone\"><INSTANCE CLASSNAME=\"CIM_Error\"/></ERROR>";
+const std::string kInstanceName =
+    "<INSTANCENAME CLASSNAME=\"C\"><KEYBINDING NAME=\"K\"><KEYVALUE VALUETYPE=\"string\">v</KEYVALUE></KEYBINDING>"
+    "</INSTANCENAME>";
 
 // Runs one call against a server that answers with the given body.
-void withReply(const std::string& body, const std::function<void(ClientHandle*)>& run) {
+void withReply(const std::string& body, const std::function<void(ClientHandle*, Error**)>& run) {
     cimtest::RawServer server(cimtest::okReply(body));
     ASSERT_TRUE(server.start());
     ClientHandle* handle = client_Configuration("127.0.0.1", server.port(), "root/cimv2", 5000, "u", "p");
     handle->interfaceType = 0;
-    run(handle);
+    Error* error = nullptr;
+    run(handle, &error);
+    EXPECT_EQ(takeError(&error), "");
     Free_client_Configuration(handle);
 }
 
@@ -54,36 +54,30 @@ TEST(Frame, NoHandleSendsNothingAndLeavesErrorOutAlone) {
 }
 
 TEST(Frame, ReturnValueWinsOverAnErrorAndExtraChildrenAreDropped) {
-    withReply(intrinsic(std::string(kError) + "<IRETURNVALUE>" + kInstanceName +
+    withReply(intrinsic(kError + "<IRETURNVALUE>" + kInstanceName +
                         "<CLASSNAME NAME=\"Extra\"/><INSTANCE CLASSNAME=\"Extra\"/></IRETURNVALUE>"),
-              [](ClientHandle* h) {
-                  Error* error = nullptr;
-                  InstanceName* names = CIMC_XML_EnumerateInstanceNames(h, nullptr, &error);
+              [](ClientHandle* h, Error** error) {
+                  InstanceName* names = CIMC_XML_EnumerateInstanceNames(h, nullptr, error);
                   ASSERT_EQ(count(names), 1);
                   EXPECT_EQ(key(names, "K"), "v");
-                  EXPECT_EQ(error, nullptr);
                   Free_InstanceName(names);
               });
 }
 
 TEST(Frame, ErrorReplies) {
-    // The parsed error with its instances reaches errorOut.
-    withReply(intrinsic(kError), [](ClientHandle* h) {
-        Error* error = nullptr;
-        EXPECT_EQ(CIMC_XML_ExecQuery(h, "WQL", "q", &error), nullptr);
-        ASSERT_NE(error, nullptr);
-        EXPECT_EQ(count(error->instance), 1);
-        EXPECT_EQ(takeError(&error), "6:gone");
+    withReply(intrinsic(kError), [](ClientHandle* h, Error** error) {  // with its instances
+        EXPECT_EQ(CIMC_XML_ExecQuery(h, "WQL", "q", error), nullptr);
+        ASSERT_NE(*error, nullptr);
+        EXPECT_EQ(count((*error)->instance), 1);
+        EXPECT_EQ(takeError(error), "6:gone");
     });
-    // Delete and Modify look only for the error, even next to a return value.
-    withReply(intrinsic(std::string(kError) + "<IRETURNVALUE>" + kInstanceName + "</IRETURNVALUE>"),
-              [](ClientHandle* h) {
-                  Error* error = nullptr;
-                  EXPECT_EQ(CIMC_XML_DeleteInstance(h, nullptr, &error), nullptr);
-                  EXPECT_EQ(takeError(&error), "6:gone");
-              });
+    // Delete looks only for the error, even next to a return value.
+    withReply(intrinsic(kError + "<IRETURNVALUE>" + kInstanceName + "</IRETURNVALUE>"), [](ClientHandle* h, Error** error) {
+        EXPECT_EQ(CIMC_XML_DeleteInstance(h, nullptr, error), nullptr);
+        EXPECT_EQ(takeError(error), "6:gone");
+    });
     // Nowhere to store it: dropped, not a crash.
-    withReply(intrinsic(kError), [](ClientHandle* h) {
+    withReply(intrinsic(kError), [](ClientHandle* h, Error**) {
         EXPECT_EQ(CIMC_XML_EnumerateClassNames(h, nullptr, 2, nullptr), nullptr);
     });
 }
@@ -91,34 +85,25 @@ TEST(Frame, ErrorReplies) {
 TEST(Frame, RepliesOutsideThePathGiveNull) {
     const std::string replies[] = {
         intrinsic("<IRETURNVALUE/>"),
-        envelope("<MULTIRSP><SIMPLERSP><IMETHODRESPONSE NAME=\"X\"><IRETURNVALUE>" + std::string(kInstanceName) +
+        envelope("<MULTIRSP><SIMPLERSP><IMETHODRESPONSE NAME=\"X\"><IRETURNVALUE>" + kInstanceName +
                  "</IRETURNVALUE></IMETHODRESPONSE></SIMPLERSP></MULTIRSP>"),
         extrinsic("<RETURNVALUE><VALUE>0</VALUE></RETURNVALUE>"),
         "<?xml version=\"1.0\"?><CIM><unclosed",
+        // ReferenceNames takes only bare instance names.
+        intrinsic("<IRETURNVALUE><OBJECTPATH><INSTANCEPATH><NAMESPACEPATH><HOST>h</HOST><LOCALNAMESPACEPATH>"
+                  "<NAMESPACE NAME=\"root\"/></LOCALNAMESPACEPATH></NAMESPACEPATH>" + kInstanceName +
+                  "</INSTANCEPATH></OBJECTPATH></IRETURNVALUE>"),
     };
     for (const std::string& body : replies) {
         SCOPED_TRACE(body);
-        withReply(body, [](ClientHandle* h) {
-            Error* error = nullptr;
-            EXPECT_EQ(CIMC_XML_EnumerateInstanceNames(h, nullptr, &error), nullptr);
-            EXPECT_EQ(error, nullptr);
+        withReply(body, [](ClientHandle* h, Error** error) {
+            EXPECT_EQ(CIMC_XML_EnumerateInstanceNames(h, nullptr, error), nullptr);
+            EXPECT_EQ(CIMC_XML_ReferenceNames(h, nullptr, nullptr, nullptr, error), nullptr);
         });
     }
-}
-
-TEST(Frame, ReferenceNamesTakesOnlyInstanceNames) {
-    withReply(intrinsic("<IRETURNVALUE><OBJECTPATH><INSTANCEPATH><NAMESPACEPATH><HOST>h</HOST><LOCALNAMESPACEPATH>"
-                        "<NAMESPACE NAME=\"root\"/></LOCALNAMESPACEPATH></NAMESPACEPATH>" +
-                        std::string(kInstanceName) + "</INSTANCEPATH></OBJECTPATH></IRETURNVALUE>"),
-              [](ClientHandle* h) {
-                  Error* error = nullptr;
-                  EXPECT_EQ(CIMC_XML_ReferenceNames(h, nullptr, nullptr, nullptr, &error), nullptr);
-                  EXPECT_EQ(error, nullptr);
-              });
-    withReply(intrinsic("<IRETURNVALUE>" + std::string(kInstanceName) + kInstanceName + "</IRETURNVALUE>"),
-              [](ClientHandle* h) {
-                  Error* error = nullptr;
-                  ObjectPath* path = CIMC_XML_ReferenceNames(h, nullptr, nullptr, nullptr, &error);
+    withReply(intrinsic("<IRETURNVALUE>" + kInstanceName + kInstanceName + "</IRETURNVALUE>"),
+              [](ClientHandle* h, Error** error) {
+                  ObjectPath* path = CIMC_XML_ReferenceNames(h, nullptr, nullptr, nullptr, error);
                   ASSERT_TRUE(path && path->instancePath);
                   EXPECT_EQ(count(path->instancePath->instanceName), 2);
                   Free_ObjectPath(path);
@@ -126,42 +111,38 @@ TEST(Frame, ReferenceNamesTakesOnlyInstanceNames) {
 }
 
 TEST(Frame, MethodResponseShapes) {
-    InstanceName* target = instanceName("C", {{"K", "v", "string"}});
+    InstanceName* target = instanceName("C", {{"K", "v"}});
     // No RETURNVALUE: the output parameters alone.
     withReply(extrinsic("<PARAMVALUE NAME=\"A\" PARAMTYPE=\"string\"><VALUE>x</VALUE></PARAMVALUE>"
                         "<PARAMVALUE NAME=\"B\"><VALUE.ARRAY><VALUE>1</VALUE><VALUE>2</VALUE></VALUE.ARRAY>"
                         "</PARAMVALUE>"),
-              [&](ClientHandle* h) {
+              [&](ClientHandle* h, Error** error) {
                   ParamValue* out = nullptr;
-                  Error* error = nullptr;
-                  ASSERT_EQ(CIMC_XML_invokeMethod(h, target, "M", nullptr, &out, &error), 0);
+                  ASSERT_EQ(CIMC_XML_invokeMethod(h, target, "M", nullptr, &out, error), 0);
                   ASSERT_EQ(count(out), 2);
                   EXPECT_STREQ(out->name, "A");
                   EXPECT_STREQ(out->paramType, "string");
                   EXPECT_EQ(count(out->next->valueArray->value), 2);
                   Free_ParamValue(out);
               });
-    // A reference return value, and no place for the results: freed.
-    withReply(extrinsic("<RETURNVALUE PARAMTYPE=\"reference\"><VALUE.REFERENCE>" + std::string(kInstanceName) +
+    // A reference return value; with no place for the results they are freed.
+    withReply(extrinsic("<RETURNVALUE PARAMTYPE=\"reference\"><VALUE.REFERENCE>" + kInstanceName +
                         "</VALUE.REFERENCE></RETURNVALUE>"),
-              [&](ClientHandle* h) {
+              [&](ClientHandle* h, Error** error) {
                   ParamValue* out = nullptr;
-                  Error* error = nullptr;
-                  ASSERT_EQ(CIMC_XML_invokeMethod(h, target, "M", nullptr, &out, &error), 0);
+                  ASSERT_EQ(CIMC_XML_invokeMethod(h, target, "M", nullptr, &out, error), 0);
                   ASSERT_EQ(count(out), 1);
                   EXPECT_STREQ(out->paramType, "reference");
                   ASSERT_NE(out->valueReference, nullptr);
                   EXPECT_EQ(key(out->valueReference->instanceName, "K"), "v");
                   Free_ParamValue(out);
-                  EXPECT_EQ(CIMC_XML_invokeMethod(h, target, "M", nullptr, nullptr, &error), 0);
+                  EXPECT_EQ(CIMC_XML_invokeMethod(h, target, "M", nullptr, nullptr, error), 0);
               });
     // An intrinsic answer is no method response.
-    withReply(intrinsic("<IRETURNVALUE/>"), [&](ClientHandle* h) {
+    withReply(intrinsic("<IRETURNVALUE/>"), [&](ClientHandle* h, Error** error) {
         ParamValue* out = nullptr;
-        Error* error = nullptr;
-        EXPECT_EQ(CIMC_XML_invokeMethod(h, target, "M", nullptr, &out, &error), -1);
+        EXPECT_EQ(CIMC_XML_invokeMethod(h, target, "M", nullptr, &out, error), -1);
         EXPECT_EQ(out, nullptr);
-        EXPECT_EQ(error, nullptr);
     });
     Free_InstanceName(target);
 }
