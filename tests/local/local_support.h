@@ -28,6 +28,13 @@ inline ClassName* className(const char* name) {
     c->name = dup(name);
     return c;
 }
+template <class T>
+T* chain(std::initializer_list<T*> nodes) {
+    T* head = nullptr;
+    T** tail = &head;
+    for (T* n : nodes) *tail = n, tail = &n->next;
+    return head;
+}
 // A value chain; nullptr entries are values without text.
 inline Value* values(std::initializer_list<const char*> texts) {
     Value* head = nullptr;
@@ -76,16 +83,6 @@ inline ParamValue* param(const char* name, const char* type, const char* text) {
     return p;
 }
 template <class T>
-T* chain(std::initializer_list<T*> nodes) {
-    T* head = nullptr;
-    T** tail = &head;
-    for (T* n : nodes) {
-        *tail = n;
-        tail = &n->next;
-    }
-    return head;
-}
-template <class T>
 int count(const T* list) {
     int n = 0;
     for (; list; list = list->next) ++n;
@@ -95,10 +92,9 @@ int count(const T* list) {
 // An environment variable for one scope.
 class EnvScope {
 public:
-    EnvScope(const char* name, const char* text) : name_(name), old_(std::getenv(name) ? std::getenv(name) : "") {
-        had_ = std::getenv(name) != nullptr;
-        if (text) setenv(name, text, 1);
-        else unsetenv(name);
+    EnvScope(const char* name, const char* text) : name_(name), had_(std::getenv(name) != nullptr) {
+        if (had_) old_ = std::getenv(name);
+        text ? setenv(name, text, 1) : unsetenv(name);
     }
     ~EnvScope() { had_ ? setenv(name_.c_str(), old_.c_str(), 1) : unsetenv(name_.c_str()); }
 
@@ -149,16 +145,6 @@ inline std::string leaving(const std::string& category) {
     return category + "|[" + std::to_string(getpid()) + "] ---Leaving";
 }
 
-// A value's bits at its type's width, for comparing integers and booleans.
-inline uint64_t widthBits(const CIMCData& d) {
-    switch (d.type) {
-        case CIMC_boolean: case CIMC_uint8: case CIMC_sint8: return d.value.uint8;
-        case CIMC_uint16: case CIMC_sint16: return d.value.uint16;
-        case CIMC_uint32: case CIMC_sint32: return d.value.uint32;
-        default: return d.value.uint64;
-    }
-}
-
 // A live environment of the mock broker, released after the test.
 class BrokerTest : public ::testing::Test {
 protected:
@@ -179,15 +165,18 @@ protected:
     }
     CIMCArgs* newArgs() { return env_->ft->newArgs(env_, nullptr); }
     // A property or argument; state CIMC_notFound when the broker has none.
-    template <class Object>
-    static CIMCData get(Object* object, const char* name) {
+    static CIMCData get(CIMCInstance* i, const char* name) {
         CIMCStatus st{0, nullptr};
-        CIMCData d = lookup(object, name, &st);
-        if (st.rc != 0) d.state = CIMC_notFound;
+        CIMCData d = i->ft->getProperty(i, name, &st);
+        if (st.rc) d.state = CIMC_notFound;
         return d;
     }
-    static CIMCData lookup(CIMCInstance* i, const char* n, CIMCStatus* st) { return i->ft->getProperty(i, n, st); }
-    static CIMCData lookup(CIMCArgs* a, const char* n, CIMCStatus* st) { return a->ft->getArg(a, n, st); }
+    static CIMCData get(CIMCArgs* a, const char* name) {
+        CIMCStatus st{0, nullptr};
+        CIMCData d = a->ft->getArg(a, name, &st);
+        if (st.rc) d.state = CIMC_notFound;
+        return d;
+    }
     static std::string text(const CIMCData& d) {
         if (d.type == CIMC_string && d.value.string) return d.value.string->ft->getCharPtr(d.value.string, nullptr);
         if (d.type == CIMC_dateTime && d.value.dateTime) {
@@ -195,6 +184,15 @@ protected:
             return s ? s->ft->getCharPtr(s, nullptr) : "";
         }
         return "<no text>";
+    }
+    // A value's bits at its type's width, for comparing integers and booleans.
+    static uint64_t bits(const CIMCData& d) {
+        switch (d.type) {
+            case CIMC_boolean: case CIMC_uint8: case CIMC_sint8: return d.value.uint8;
+            case CIMC_uint16: case CIMC_sint16: return d.value.uint16;
+            case CIMC_uint32: case CIMC_sint32: return d.value.uint32;
+            default: return d.value.uint64;
+        }
     }
     static int size(const CIMCData& d) { return d.value.array->ft->getSize(d.value.array, nullptr); }
     static CIMCData at(const CIMCData& d, int i) { return d.value.array->ft->getElementAt(d.value.array, i, nullptr); }
