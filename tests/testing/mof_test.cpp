@@ -66,24 +66,14 @@ instance of L {
   const Instance* i = r.findInstance("root/cimv2", ObjectPath::parse("L.Id=\"one\""));
   ASSERT_NE(i, nullptr);
   auto v = [&](const char* n) { return i->findProperty(n)->value; };
-  EXPECT_EQ(v("Dec").asText(), "200");
-  EXPECT_EQ(v("Hex").asText(), "48879");
-  EXPECT_EQ(v("Neg").asText(), "-42");
-  EXPECT_EQ(v("Oct").asText(), "15");
-  EXPECT_EQ(v("Bin").asText(), "5");
-  EXPECT_EQ(v("Min").asText(), "-9223372036854775808");
-  EXPECT_EQ(v("R1").asText(), "1.5");
-  EXPECT_EQ(v("R2").asText(), "-2.5e-3");
-  EXPECT_EQ(v("R3").asText(), ".25");
-  EXPECT_EQ(v("T").asText(), "TRUE");
-  EXPECT_EQ(v("F").asText(), "FALSE");
-  EXPECT_EQ(v("C").asText(), "a");
-  EXPECT_EQ(v("CEsc").asText(), "\n");
-  EXPECT_EQ(v("Cat").asText(), "concatenated");
-  EXPECT_EQ(v("Esc").asText(), "q\"\\\tA\xC3\xA9");
+  const char* texts[][2] = {
+      {"Dec", "200"},   {"Hex", "48879"}, {"Neg", "-42"},     {"Oct", "15"},   {"Bin", "5"},
+      {"Min", "-9223372036854775808"},    {"R1", "1.5"},      {"R2", "-2.5e-3"}, {"R3", ".25"},
+      {"T", "TRUE"},    {"F", "FALSE"},   {"C", "a"},         {"CEsc", "\n"},   {"Cat", "concatenated"},
+      {"Esc", "q\"\\\tA\xC3\xA9"},    {"D", "20240131120000.000000+060"}, {"I", "00000010020304.000005:000"},
+  };
+  for (const auto& t : texts) EXPECT_EQ(v(t[0]).asText(), t[1]) << t[0];
   EXPECT_TRUE(v("N").isNull);
-  EXPECT_EQ(v("D").asText(), "20240131120000.000000+060");
-  EXPECT_EQ(v("I").asText(), "00000010020304.000005:000");
   EXPECT_EQ(v("Arr").texts, (std::vector<std::string>{"1", "2", "3"}));
   EXPECT_TRUE(v("Arr").isArray);
   EXPECT_EQ(v("SArr").texts.size(), 2u);
@@ -242,13 +232,11 @@ TEST(MofTest, SampleRepositoryLoads) {
   ASSERT_FALSE(files.empty()) << sampleRepositoryDir();
   for (const auto& f : files) loadMofFile(r, f);
   const std::string ns = "root/cimv2";
-  EXPECT_EQ(r.instancesOf(ns, "CIM_ComputerSystem").size(), 1u);
-  EXPECT_EQ(r.instancesOf(ns, "CIM_Processor").size(), 2u);
-  EXPECT_EQ(r.instancesOf(ns, "CIM_DiskDrive").size(), 2u);
-  EXPECT_EQ(r.instancesOf(ns, "CIM_NetworkPort").size(), 2u);
-  EXPECT_EQ(r.instancesOf(ns, "CIM_LogicalDevice").size(), 6u);
-  EXPECT_EQ(r.instancesOf(ns, "CIM_SystemDevice").size(), 6u);
-  EXPECT_EQ(r.instancesOf(ns, "Mock_AllTypes").size(), 2u);
+  const std::pair<const char*, size_t> counts[] = {
+      {"CIM_ComputerSystem", 1}, {"CIM_Processor", 2},   {"CIM_DiskDrive", 2},  {"CIM_NetworkPort", 2},
+      {"CIM_LogicalDevice", 6},  {"CIM_SystemDevice", 6}, {"Mock_AllTypes", 2},
+  };
+  for (const auto& c : counts) EXPECT_EQ(r.instancesOf(ns, c.first).size(), c.second) << c.first;
   EXPECT_TRUE(r.findClass(ns, "CIM_SystemDevice")->isAssociation());
   EXPECT_EQ(r.instancesOf("root/interop", "CIM_Namespace").size(), 2u);
   EXPECT_EQ(r.instancesOf("root/interop", "CIM_RegisteredProfile").size(), 1u);

@@ -10,11 +10,9 @@
 #include <pugixml.hpp>
 
 #include <chrono>
-#include <cstring>
 #include <map>
 
 #include "cimmock/mof.h"
-#include "cimmock/repository.h"
 #include "cimmock/server.h"
 
 using namespace cimmock;
@@ -35,47 +33,38 @@ int connectTo(int port) {
 }
 
 struct Reply {
-  std::string raw;
-  int status = 0;
+  std::string raw, body;
+  int status = 0, reads = 0;
   std::map<std::string, std::string> headers;  // lower-case names
-  std::string body;
-  int reads = 0;
   bool closed = false;
 };
 
 void parseReply(Reply* r) {
   size_t end = r->raw.find("\r\n\r\n");
   if (end == std::string::npos) return;
-  std::string head = r->raw.substr(0, end);
   r->body = r->raw.substr(end + 4);
-  if (head.compare(0, 9, "HTTP/1.1 ") == 0) r->status = std::atoi(head.c_str() + 9);
-  size_t pos = head.find("\r\n");
-  while (pos != std::string::npos) {
-    size_t next = head.find("\r\n", pos + 2);
-    std::string line = head.substr(pos + 2, next == std::string::npos ? std::string::npos : next - pos - 2);
+  if (r->raw.compare(0, 9, "HTTP/1.1 ") == 0) r->status = std::atoi(r->raw.c_str() + 9);
+  for (size_t pos = r->raw.find("\r\n"); pos < end; pos = r->raw.find("\r\n", pos + 2)) {
+    std::string line = r->raw.substr(pos + 2, r->raw.find("\r\n", pos + 2) - pos - 2);
     size_t colon = line.find(':');
-    if (colon != std::string::npos) {
-      std::string n = line.substr(0, colon);
-      for (auto& c : n) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-      size_t v = line.find_first_not_of(' ', colon + 1);
-      r->headers[n] = v == std::string::npos ? "" : line.substr(v);
-    }
-    pos = next;
+    if (colon == std::string::npos) continue;
+    std::string n = line.substr(0, colon);
+    for (auto& c : n) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    size_t v = line.find_first_not_of(' ', colon + 1);
+    r->headers[n] = v == std::string::npos ? "" : line.substr(v);
   }
 }
 
 // Reads one reply: until the announced Content-Length is in, the peer
 // closes, or the time-out passes.
-Reply readReply(int fd, int timeoutMs = 3000) {
+Reply readReply(int fd) {
   Reply r;
-  auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+  auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(3);
   char buf[65536];
   while (true) {
-    int left = static_cast<int>(
-        std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now()).count());
-    if (left <= 0) break;
+    auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
     pollfd p{fd, POLLIN, 0};
-    if (::poll(&p, 1, left) <= 0) break;
+    if (left.count() <= 0 || ::poll(&p, 1, static_cast<int>(left.count())) <= 0) break;
     ssize_t n = ::recv(fd, buf, sizeof buf, 0);
     if (n <= 0) {
       r.closed = true;
@@ -83,48 +72,27 @@ Reply readReply(int fd, int timeoutMs = 3000) {
     }
     ++r.reads;
     r.raw.append(buf, static_cast<size_t>(n));
-    size_t end = r.raw.find("\r\n\r\n");
-    if (end != std::string::npos) {
-      Reply tmp;
-      tmp.raw = r.raw;
-      parseReply(&tmp);
-      auto it = tmp.headers.find("content-length");
-      if (it != tmp.headers.end() && tmp.body.size() >= std::stoul(it->second)) break;
-    }
+    parseReply(&r);
+    if (r.headers.count("content-length") && r.body.size() >= std::stoul(r.headers["content-length"])) break;
   }
   parseReply(&r);
   return r;
 }
 
-Reply httpExchange(int port, const std::string& bytes, int timeoutMs = 3000) {
+Reply httpExchange(int port, const std::string& bytes) {
   int fd = connectTo(port);
   EXPECT_GE(fd, 0);
   if (fd < 0) return Reply();
   ::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL);
-  Reply r = readReply(fd, timeoutMs);
+  Reply r = readReply(fd);
   ::close(fd);
   return r;
 }
 
-std::string base64(const std::string& in) {
-  static const char* t = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-  std::string out;
-  for (size_t i = 0; i < in.size(); i += 3) {
-    unsigned v = static_cast<unsigned char>(in[i]) << 16;
-    if (i + 1 < in.size()) v |= static_cast<unsigned char>(in[i + 1]) << 8;
-    if (i + 2 < in.size()) v |= static_cast<unsigned char>(in[i + 2]);
-    out += t[(v >> 18) & 63];
-    out += t[(v >> 12) & 63];
-    out += i + 1 < in.size() ? t[(v >> 6) & 63] : '=';
-    out += i + 2 < in.size() ? t[v & 63] : '=';
-  }
-  return out;
-}
-
-// Exactly the framing CimXmlClient writes (Parts 4.1 and 4.2).
-std::string clientFraming(const std::string& xml, const std::string& user = "u", const std::string& pw = "p") {
+// Exactly the framing CimXmlClient writes; "dTpw" is u:p.
+std::string clientFraming(const std::string& xml, const std::string& basic = "dTpw") {
   return "POST  /cimom HTTP/1.1 \r\nContent-Type: application/xml; charset=\"utf-8\"\r\nContent-Length: " +
-         std::to_string(xml.size() + 1) + "\r\nAuthorization: Basic " + base64(user + ":" + pw) + "\r\n\n\r" + xml;
+         std::to_string(xml.size() + 1) + "\r\nAuthorization: Basic " + basic + "\r\n\n\r" + xml;
 }
 
 // The framing of a standard client (DSP0200 headers, CRLF CRLF).
@@ -135,16 +103,8 @@ std::string standardFraming(const std::string& xml, const std::string& method, b
          "Content-Length: " + std::to_string(xml.size()) + "\r\n\r\n" + xml;
 }
 
-std::string nsPath(const std::string& ns) {
-  std::string out = "<LOCALNAMESPACEPATH>";
-  size_t b = 0;
-  while (b <= ns.size()) {
-    size_t e = ns.find('/', b);
-    if (e == std::string::npos) e = ns.size();
-    out += "<NAMESPACE NAME=\"" + ns.substr(b, e - b) + "\"/>";
-    b = e + 1;
-  }
-  return out + "</LOCALNAMESPACEPATH>";
+std::string nsPath(const std::string& second = "cimv2") {
+  return "<LOCALNAMESPACEPATH><NAMESPACE NAME=\"root\"/><NAMESPACE NAME=\"" + second + "\"/></LOCALNAMESPACEPATH>";
 }
 
 std::string envelope(const std::string& inner) {
@@ -153,31 +113,38 @@ std::string envelope(const std::string& inner) {
          inner + "</SIMPLEREQ></MESSAGE></CIM>";
 }
 
-std::string imethod(const std::string& name, const std::string& params, const std::string& ns = "root/cimv2") {
+std::string imethod(const std::string& name, const std::string& params, const std::string& ns = "cimv2") {
   return envelope("<IMETHODCALL NAME=\"" + name + "\">" + nsPath(ns) + params + "</IMETHODCALL>");
 }
 
+// Extrinsic call on a class or an instance path, CLASSNAME written as CimXmlClient does.
+std::string method(const std::string& name, const std::string& target, const std::string& params = "") {
+  bool onClass = target.compare(0, 10, "<CLASSNAME") == 0;
+  const char* path = onClass ? "LOCALCLASSPATH>" : "LOCALINSTANCEPATH>";
+  return envelope("<METHODCALL NAME=\"" + name + "\"><" + path + nsPath() + target + "</" + path + params +
+                  "</METHODCALL>");
+}
+
 // Parameter texts in CimXmlClient's own spelling.
-std::string classParam(const std::string& name, const std::string& cls) {
-  return "<IPARAMVALUE NAME=\"" + name + "\"><CLASSNAME NAME=\"" + cls + "\"/></IPARAMVALUE>";
+std::string param(const std::string& name, const std::string& content) {
+  return "<IPARAMVALUE NAME=\"" + name + "\">" + content + "</IPARAMVALUE>";
 }
-std::string flagParam(const std::string& name, bool v) {
-  return "<IPARAMVALUE NAME=\"" + name + "\"><VALUE>" + (v ? "TRUE" : "FALSE") + "</VALUE></IPARAMVALUE>";
+std::string cls(const std::string& name, const std::string& c) { return param(name, "<CLASSNAME NAME=\"" + c + "\"/>"); }
+std::string flag(const std::string& name, bool v) { return param(name, v ? "<VALUE>TRUE</VALUE>" : "<VALUE>FALSE</VALUE>"); }
+std::string text(const std::string& name, const std::string& v) { return param(name, "<VALUE>" + v + "</VALUE>"); }
+std::string key(const std::string& name, const std::string& v) {
+  return "<KEYBINDING NAME=\"" + name + "\"><KEYVALUE VALUETYPE = \"string\">" + v + "</KEYVALUE></KEYBINDING>";
 }
-std::string textParam(const std::string& name, const std::string& v) {
-  return "<IPARAMVALUE NAME=\"" + name + "\"><VALUE>" + v + "</VALUE></IPARAMVALUE>";
-}
-std::string key(const std::string& name, const std::string& v, const char* vt = "string") {
-  return "<KEYBINDING NAME=\"" + name + "\"><KEYVALUE VALUETYPE = \"" + vt + "\">" + v + "</KEYVALUE></KEYBINDING>";
-}
-std::string deviceName(const std::string& cls, const std::string& id) {
-  return "<INSTANCENAME CLASSNAME=\"" + cls + "\">" + key("SystemCreationClassName", "Mock_ComputerSystem") +
-         key("SystemName", "mock-server.example.com") + key("CreationClassName", cls) + key("DeviceID", id) +
+std::string deviceName(const std::string& c, const std::string& id) {
+  return "<INSTANCENAME CLASSNAME=\"" + c + "\">" + key("SystemCreationClassName", "Mock_ComputerSystem") +
+         key("SystemName", "mock-server.example.com") + key("CreationClassName", c) + key("DeviceID", id) +
          "</INSTANCENAME>";
 }
-std::string systemName() {
-  return "<INSTANCENAME CLASSNAME=\"Mock_ComputerSystem\">" + key("CreationClassName", "Mock_ComputerSystem") +
-         key("Name", "mock-server.example.com") + "</INSTANCENAME>";
+const std::string kSystem = "<INSTANCENAME CLASSNAME=\"Mock_ComputerSystem\">" +
+                            key("CreationClassName", "Mock_ComputerSystem") + key("Name", "mock-server.example.com") +
+                            "</INSTANCENAME>";
+std::string allTypes(const std::string& id) {
+  return "<INSTANCENAME CLASSNAME=\"Mock_AllTypes\">" + key("InstanceID", id) + "</INSTANCENAME>";
 }
 
 class ServerTest : public ::testing::Test {
@@ -191,36 +158,18 @@ protected:
     ASSERT_TRUE(server->start(&err)) << err;
     port = server->port();
   }
-  // Sends one request with the client's framing, checks HTTP 200 and
-  // well-formedness, and returns the parsed document.
-  Reply call(const std::string& xml) { return httpExchange(port, clientFraming(xml)); }
-  pugi::xml_node ok(const std::string& xml, pugi::xml_document& doc, const char* expectedResponse = "IMETHODRESPONSE") {
-    Reply r = call(xml);
+  // One request with the client's framing: HTTP 200, an exact
+  // Content-Length and a well-formed CIM reply, parsed into doc.
+  void call(const std::string& xml, pugi::xml_document& doc) {
+    Reply r = httpExchange(port, clientFraming(xml));
     EXPECT_EQ(r.status, 200) << r.raw;
     EXPECT_EQ(r.headers["content-length"], std::to_string(r.body.size()));
     EXPECT_EQ(r.body.compare(0, 5, "<?xml"), 0);
     pugi::xml_parse_result pr = doc.load_string(r.body.c_str());
     EXPECT_TRUE(pr) << pr.description() << "\n" << r.body;
-    auto resp = doc.child("CIM").child("MESSAGE").child("SIMPLERSP").child(expectedResponse);
-    EXPECT_TRUE(resp) << r.body;
-    return resp;
-  }
-  pugi::xml_node rv(const std::string& xml, pugi::xml_document& doc) {
-    auto resp = ok(xml, doc);
-    EXPECT_FALSE(resp.child("ERROR")) << resp.child("ERROR").attribute("DESCRIPTION").value();
-    return resp.child("IRETURNVALUE");
-  }
-  int errorCode(const std::string& xml, const char* responseElement = "IMETHODRESPONSE") {
-    pugi::xml_document doc;
-    auto e = ok(xml, doc, responseElement).child("ERROR");
-    EXPECT_TRUE(e);
-    EXPECT_STRNE(e.attribute("DESCRIPTION").value(), "");
-    return e.attribute("CODE").as_int();
-  }
-  static size_t count(pugi::xml_node n, const char* name) {
-    size_t k = 0;
-    for (auto c : n.children(name)) (void)c, ++k;
-    return k;
+    const char* rsp = xml.find("<METHODCALL") != std::string::npos ? "METHODRESPONSE" : "IMETHODRESPONSE";
+    EXPECT_TRUE(doc.child("CIM").child("MESSAGE").child("SIMPLERSP").child(rsp)) << r.body;
+    if (auto e = doc.select_node("//ERROR")) EXPECT_STRNE(e.node().attribute("DESCRIPTION").value(), "");
   }
   std::unique_ptr<Server> server;
   int port = 0;
@@ -228,179 +177,21 @@ protected:
 
 }  // namespace
 
-TEST_F(ServerTest, EnumerateClassNames) {
-  pugi::xml_document d;
-  auto r = rv(imethod("EnumerateClassNames", ""), d);
-  EXPECT_TRUE(r.find_child_by_attribute("CLASSNAME", "NAME", "CIM_ManagedElement"));
-  EXPECT_FALSE(r.find_child_by_attribute("CLASSNAME", "NAME", "CIM_Processor"));
-  r = rv(imethod("EnumerateClassNames", classParam("ClassName", "CIM_LogicalDevice") + flagParam("DeepInheritance", true)), d);
-  EXPECT_EQ(count(r, "CLASSNAME"), 6u);  // Processor, DiskDrive, NetworkPort + 3 Mock_
-  r = rv(imethod("EnumerateClassNames", classParam("ClassName", "CIM_LogicalDevice") + flagParam("DeepInheritance", false)), d);
-  EXPECT_EQ(count(r, "CLASSNAME"), 3u);
-}
-
-TEST_F(ServerTest, GetClassWithQualifiersPropertiesAndMethods) {
-  pugi::xml_document d;
-  auto r = rv(imethod("GetClass", classParam("ClassName", "Mock_AllTypes") + flagParam("LocalOnly", false) +
-                                      flagParam("IncludeQualifiers", true) + flagParam("IncludeClassOrigin", true)),
-              d);
-  auto c = r.child("CLASS");
-  EXPECT_STREQ(c.attribute("NAME").value(), "Mock_AllTypes");
-  EXPECT_TRUE(c.find_child_by_attribute("QUALIFIER", "NAME", "Description"));
-  auto p = c.find_child_by_attribute("PROPERTY", "NAME", "PSint64");
-  EXPECT_STREQ(p.attribute("TYPE").value(), "sint64");
-  EXPECT_STREQ(p.attribute("CLASSORIGIN").value(), "Mock_AllTypes");
-  EXPECT_STREQ(c.find_child_by_attribute("PROPERTY.ARRAY", "NAME", "PStringArray").attribute("TYPE").value(), "string");
-  EXPECT_STREQ(c.find_child_by_attribute("PROPERTY.REFERENCE", "NAME", "PReference").attribute("REFERENCECLASS").value(),
-               "CIM_ManagedElement");
-  auto emb = c.find_child_by_attribute("PROPERTY", "NAME", "PEmbedded");
-  EXPECT_STREQ(emb.find_child_by_attribute("QUALIFIER", "NAME", "EmbeddedInstance").child_value("VALUE"), "Mock_Settings");
-  auto m = c.find_child_by_attribute("METHOD", "NAME", "Echo");
-  EXPECT_STREQ(m.attribute("TYPE").value(), "uint32");
-  EXPECT_TRUE(m.find_child_by_attribute("PARAMETER", "NAME", "S"));
-  EXPECT_TRUE(m.find_child_by_attribute("PARAMETER.ARRAY", "NAME", "SArray"));
-  EXPECT_TRUE(m.find_child_by_attribute("PARAMETER.REFERENCE", "NAME", "Ref"));
-  EXPECT_TRUE(m.find_child_by_attribute("PARAMETER", "NAME", "S").find_child_by_attribute("QUALIFIER", "NAME", "In"));
-
-  // Defaults: LocalOnly TRUE drops inherited properties.
-  r = rv(imethod("GetClass", classParam("ClassName", "Mock_ComputerSystem")), d);
-  c = r.child("CLASS");
-  EXPECT_STREQ(c.attribute("SUPERCLASS").value(), "CIM_ComputerSystem");
-  EXPECT_EQ(count(c, "PROPERTY"), 1u);  // OSName only
-  r = rv(imethod("GetClass", classParam("ClassName", "Mock_ComputerSystem") + flagParam("LocalOnly", false) +
-                                 flagParam("IncludeQualifiers", false)),
-         d);
-  c = r.child("CLASS");
-  auto name = c.find_child_by_attribute("PROPERTY", "NAME", "Name");
-  EXPECT_STREQ(name.attribute("PROPAGATED").value(), "true");
-  EXPECT_FALSE(name.child("QUALIFIER"));
-  EXPECT_FALSE(c.attribute("CLASSORIGIN"));
-  EXPECT_EQ(errorCode(imethod("GetClass", classParam("ClassName", "No_Such"))), 6);
-}
-
-TEST_F(ServerTest, EnumerateClasses) {
-  pugi::xml_document d;
-  auto r = rv(imethod("EnumerateClasses", classParam("ClassName", "CIM_Component") + flagParam("DeepInheritance", true)), d);
-  EXPECT_EQ(count(r, "CLASS"), 2u);
-}
-
-TEST_F(ServerTest, EnumerateInstancesAndNames) {
-  pugi::xml_document d;
-  auto r = rv(imethod("EnumerateInstances", classParam("ClassName", "CIM_LogicalDevice") + flagParam("LocalOnly", false) +
-                                                flagParam("DeepInheritance", true)),
-              d);
-  EXPECT_EQ(count(r, "VALUE.NAMEDINSTANCE"), 6u);
-  auto ni = r.child("VALUE.NAMEDINSTANCE");
-  EXPECT_EQ(count(ni.child("INSTANCENAME"), "KEYBINDING"), 4u);
-  EXPECT_STREQ(ni.child("INSTANCE").attribute("CLASSNAME").value(), "Mock_Processor");
-  EXPECT_TRUE(ni.child("INSTANCE").find_child_by_attribute("PROPERTY", "NAME", "MaxClockSpeed"));
-  // DeepInheritance FALSE: only the properties of the requested class.
-  r = rv(imethod("EnumerateInstances", classParam("ClassName", "CIM_LogicalDevice") + flagParam("DeepInheritance", false)), d);
-  EXPECT_FALSE(r.child("VALUE.NAMEDINSTANCE").child("INSTANCE").find_child_by_attribute("PROPERTY", "NAME", "MaxClockSpeed"));
-  // PropertyList.
-  r = rv(imethod("EnumerateInstances", classParam("ClassName", "CIM_DiskDrive") +
-                                           "<IPARAMVALUE NAME=\"PropertyList\"><VALUE.ARRAY><VALUE>Capacity</VALUE>"
-                                           "</VALUE.ARRAY></IPARAMVALUE>"),
-         d);
-  auto inst = r.child("VALUE.NAMEDINSTANCE").child("INSTANCE");
-  EXPECT_EQ(count(inst, "PROPERTY"), 1u);
-  EXPECT_STREQ(inst.child("PROPERTY").child_value("VALUE"), "500107862016");
-
-  r = rv(imethod("EnumerateInstanceNames", classParam("ClassName", "CIM_NetworkPort")), d);
-  EXPECT_EQ(count(r, "INSTANCENAME"), 2u);
-  EXPECT_STREQ(r.child("INSTANCENAME").find_child_by_attribute("KEYBINDING", "NAME", "DeviceID").child_value("KEYVALUE"), "eth0");
-  EXPECT_EQ(errorCode(imethod("EnumerateInstances", classParam("ClassName", "No_Such"))), 5);
-  EXPECT_EQ(errorCode(imethod("EnumerateInstances", classParam("ClassName", "CIM_Processor"), "root/none")), 3);
-}
-
-TEST_F(ServerTest, ValuesOfEveryTypeAndEmbeddedInstanceInCdata) {
-  pugi::xml_document d;
-  auto r = rv(imethod("GetInstance", "<IPARAMVALUE NAME=\"InstanceName\"><INSTANCENAME CLASSNAME=\"Mock_AllTypes\">" +
-                                         key("InstanceID", "mock:alltypes:1") + "</INSTANCENAME></IPARAMVALUE>"),
-              d);
-  auto inst = r.child("INSTANCE");
-  auto val = [&](const char* n) { return std::string(inst.find_child_by_attribute("PROPERTY", "NAME", n).child_value("VALUE")); };
-  EXPECT_EQ(val("PString"), "Hello <CIM> & \"friends\"");
-  EXPECT_EQ(val("PUint64"), "18446744073709551615");
-  EXPECT_EQ(val("PSint8"), "-128");
-  EXPECT_EQ(val("PBoolean"), "TRUE");
-  EXPECT_EQ(val("PDateTime"), "20240229235959.123456-300");
-  EXPECT_EQ(count(inst.find_child_by_attribute("PROPERTY.ARRAY", "NAME", "PUint8Array").child("VALUE.ARRAY"), "VALUE"), 3u);
-  auto ref = inst.find_child_by_attribute("PROPERTY.REFERENCE", "NAME", "PReference").child("VALUE.REFERENCE");
-  EXPECT_STREQ(ref.child("INSTANCEPATH").child("INSTANCENAME").attribute("CLASSNAME").value(), "Mock_ComputerSystem");
-  auto emb = inst.find_child_by_attribute("PROPERTY", "NAME", "PEmbedded");
-  EXPECT_STREQ(emb.attribute("EmbeddedObject").value(), "instance");
-  auto cdata = emb.child("VALUE").first_child();
-  ASSERT_EQ(cdata.type(), pugi::node_cdata);
-  pugi::xml_document e;
-  ASSERT_TRUE(e.load_string(cdata.value()));
-  EXPECT_STREQ(e.child("INSTANCE").attribute("CLASSNAME").value(), "Mock_Settings");
-  EXPECT_FALSE(inst.find_child_by_attribute("PROPERTY", "NAME", "PEmpty").child("VALUE"));
-  // Not found.
-  EXPECT_EQ(errorCode(imethod("GetInstance", "<IPARAMVALUE NAME=\"InstanceName\"><INSTANCENAME CLASSNAME=\"Mock_AllTypes\">" +
-                                                  key("InstanceID", "nope") + "</INSTANCENAME></IPARAMVALUE>")),
-            6);
-}
-
-TEST_F(ServerTest, AssociatorsReferencesAndNames) {
-  pugi::xml_document d;
-  std::string obj = classParam("ClassName", "Mock_Processor") +
-                    "<IPARAMVALUE NAME=\"ObjectName\">" + deviceName("Mock_Processor", "CPU0") + "</IPARAMVALUE>";
-  auto r = rv(imethod("Associators", obj + classParam("AssocClass", "CIM_SystemDevice") +
-                                         classParam("ResultClass", "CIM_ComputerSystem") + textParam("Role", "PartComponent") +
-                                         textParam("ResultRole", "GroupComponent") + flagParam("IncludeQualifiers", false) +
-                                         flagParam("IncludeClassOrigin", false)),
-              d);
-  ASSERT_EQ(count(r, "VALUE.OBJECTWITHPATH"), 1u);
-  auto owp = r.child("VALUE.OBJECTWITHPATH");
-  EXPECT_STREQ(owp.child("INSTANCEPATH").child("NAMESPACEPATH").child_value("HOST"), "localhost");
-  EXPECT_STREQ(owp.child("INSTANCE").attribute("CLASSNAME").value(), "Mock_ComputerSystem");
-  r = rv(imethod("Associators", obj + textParam("Role", "GroupComponent")), d);
-  EXPECT_EQ(count(r, "VALUE.OBJECTWITHPATH"), 0u);
-
-  std::string sys = classParam("ClassName", "Mock_ComputerSystem") + "<IPARAMVALUE NAME=\"ObjectName\">" + systemName() +
-                    "</IPARAMVALUE>";
-  r = rv(imethod("AssociatorNames", sys + classParam("AssocClass", "CIM_SystemDevice")), d);
-  EXPECT_EQ(count(r, "OBJECTPATH"), 6u);
-  EXPECT_TRUE(r.child("OBJECTPATH").child("INSTANCEPATH").child("INSTANCENAME"));
-  r = rv(imethod("AssociatorNames", sys + classParam("ResultClass", "CIM_DiskDrive")), d);
-  EXPECT_EQ(count(r, "OBJECTPATH"), 2u);
-
-  r = rv(imethod("References", sys + classParam("ResultClass", "CIM_SystemDevice") + flagParam("IncludeQualifiers", false) +
-                                   flagParam("IncludeClassOrigin", false) + textParam("Role", "GroupComponent")),
-         d);
-  EXPECT_EQ(count(r, "VALUE.OBJECTWITHPATH"), 6u);
-  EXPECT_STREQ(r.child("VALUE.OBJECTWITHPATH").child("INSTANCE").attribute("CLASSNAME").value(), "CIM_SystemDevice");
-  r = rv(imethod("References", sys), d);
-  EXPECT_EQ(count(r, "VALUE.OBJECTWITHPATH"), 7u);  // + CIM_DeviceSAPImplementation
-
-  r = rv(imethod("ReferenceNames", sys + classParam("ResultClass", "CIM_SystemDevice") + textParam("Role", "GroupComponent")), d);
-  EXPECT_EQ(count(r, "OBJECTPATH"), 6u);
-  EXPECT_EQ(count(r, "INSTANCENAME"), 0u);
-
-  // Class-level traversal.
-  r = rv(imethod("ReferenceNames", "<IPARAMVALUE NAME=\"ObjectName\"><CLASSNAME NAME=\"CIM_Processor\"/></IPARAMVALUE>"), d);
-  EXPECT_TRUE(r.child("OBJECTPATH").child("CLASSPATH"));
-}
-
-TEST_F(ServerTest, ReferenceNamesAsInstanceNamesOption) {
-  ServerOptions o;
-  o.referenceNamesAsInstanceNames = true;
-  start(o);
-  pugi::xml_document d;
-  auto r = rv(imethod("ReferenceNames", classParam("ClassName", "Mock_ComputerSystem") + "<IPARAMVALUE NAME=\"ObjectName\">" +
-                                            systemName() + "</IPARAMVALUE>" + classParam("ResultClass", "CIM_SystemDevice")),
-              d);
-  EXPECT_EQ(count(r, "INSTANCENAME"), 6u);
-  EXPECT_EQ(count(r, "OBJECTPATH"), 0u);
-}
-
-TEST_F(ServerTest, CreateModifyDeleteWithTheClientsIrregularAttributes) {
-  pugi::xml_document d;
+// Every operation, in order against one server (later rows see what earlier
+// ones changed): a request, an XPath over the reply, and its expected value.
+TEST_F(ServerTest, OperationsAnswerAsTheRepositoryHoldsThem) {
+  const std::string obj = cls("ClassName", "Mock_Processor") + param("ObjectName", deviceName("Mock_Processor", "CPU0"));
+  const std::string sys = cls("ClassName", "Mock_ComputerSystem") + param("ObjectName", kSystem);
+  const std::string allClass = "<CLASSNAME NAME =\"Mock_AllTypes\"/>";
+  const std::string getAll = imethod("GetClass", cls("ClassName", "Mock_AllTypes") + flag("LocalOnly", false) +
+                                                     flag("IncludeQualifiers", true) + flag("IncludeClassOrigin", true));
+  const std::string deep = imethod("EnumerateInstances", cls("ClassName", "CIM_LogicalDevice") +
+                                                             flag("LocalOnly", false) + flag("DeepInheritance", true));
+  const std::string all1 = imethod("GetInstance", param("InstanceName", allTypes("mock:alltypes:1")));
   // As CimXmlClient writes them: PROPAGATED=TRUE unquoted, ARRAYSIZE=2
   // unquoted, PROPAGATED 'TRUE' without '=', and an embedded instance in
   // CDATA with TYPE= "string".
-  std::string inst =
+  const std::string created =
       "<INSTANCE CLASSNAME=\"Mock_AllTypes\"><PROPERTY NAME=\"InstanceID\" TYPE=\"string\" PROPAGATED=TRUE>"
       "<VALUE>new:1</VALUE></PROPERTY><PROPERTY NAME=\"PUint16\" TYPE=\"uint16\"><VALUE>513</VALUE></PROPERTY>"
       "<PROPERTY NAME=\"PString\" TYPE=\"string\"><VALUE>a & b < c</VALUE></PROPERTY>"
@@ -408,123 +199,183 @@ TEST_F(ServerTest, CreateModifyDeleteWithTheClientsIrregularAttributes) {
       "<PROPERTY NAME=\"Mode\" TYPE= \"string\"><VALUE>eco</VALUE></PROPERTY></INSTANCE>]]></VALUE></PROPERTY>"
       "<PROPERTY.ARRAY NAME=\"PStringArray\" TYPE=\"string\" ARRAYSIZE=2 PROPAGATED 'TRUE'><VALUE.ARRAY>"
       "<VALUE>x</VALUE><VALUE>y</VALUE></VALUE.ARRAY></PROPERTY.ARRAY></INSTANCE>";
-  auto r = rv(imethod("CreateInstance", "<IPARAMVALUE NAME=\"NewInstance\">" + inst + "</IPARAMVALUE>"), d);
-  EXPECT_STREQ(r.child("INSTANCENAME").child("KEYBINDING").child_value("KEYVALUE"), "new:1");
-  EXPECT_EQ(errorCode(imethod("CreateInstance", "<IPARAMVALUE NAME=\"NewInstance\">" + inst + "</IPARAMVALUE>")), 11);
-  std::string name = "<INSTANCENAME CLASSNAME=\"Mock_AllTypes\">" + key("InstanceID", "new:1") + "</INSTANCENAME>";
-  {
-    auto lock = server->lock();
-    const Instance* i = server->repository().findInstance("root/cimv2", ObjectPath::parse("Mock_AllTypes.InstanceID=\"new:1\""));
-    ASSERT_NE(i, nullptr);
-    EXPECT_EQ(i->findProperty("PString")->value.asText(), "a & b < c");
-    EXPECT_EQ(i->findProperty("PStringArray")->value.texts.size(), 2u);
-    ASSERT_EQ(i->findProperty("PEmbedded")->value.embedded.size(), 1u);
-    EXPECT_EQ(i->findProperty("PEmbedded")->value.embedded[0]->findProperty("Mode")->value.asText(), "eco");
-  }
-  // ModifyInstance, with the client's parameter order.
-  auto resp = ok(imethod("ModifyInstance", flagParam("IncludeQualifiers", false) +
-                                               "<IPARAMVALUE NAME=\"ModifiedInstance\"><VALUE.NAMEDINSTANCE>" + name +
-                                               "<INSTANCE CLASSNAME=\"Mock_AllTypes\"><PROPERTY NAME=\"PUint16\" "
-                                               "TYPE=\"uint16\"><VALUE>7</VALUE></PROPERTY></INSTANCE>"
-                                               "</VALUE.NAMEDINSTANCE></IPARAMVALUE>"),
-                 d);
-  EXPECT_FALSE(resp.first_child());  // empty IMETHODRESPONSE
-  auto g = rv(imethod("GetInstance", "<IPARAMVALUE NAME=\"InstanceName\">" + name + "</IPARAMVALUE>"), d);
-  EXPECT_STREQ(g.child("INSTANCE").find_child_by_attribute("PROPERTY", "NAME", "PUint16").child_value("VALUE"), "7");
-  EXPECT_EQ(errorCode(imethod("ModifyInstance", "<IPARAMVALUE NAME=\"ModifiedInstance\"><VALUE.NAMEDINSTANCE>" + name +
-                                                    "<INSTANCE CLASSNAME=\"Mock_AllTypes\"><PROPERTY NAME=\"PUint16\" "
-                                                    "TYPE=\"uint16\"><VALUE>99999</VALUE></PROPERTY></INSTANCE>"
-                                                    "</VALUE.NAMEDINSTANCE></IPARAMVALUE>")),
-            13);
-  resp = ok(imethod("DeleteInstance", "<IPARAMVALUE NAME=\"InstanceName\">" + name + "</IPARAMVALUE>"), d);
-  EXPECT_FALSE(resp.first_child());
-  EXPECT_EQ(errorCode(imethod("DeleteInstance", "<IPARAMVALUE NAME=\"InstanceName\">" + name + "</IPARAMVALUE>")), 6);
-}
-
-TEST_F(ServerTest, ExecQuery) {
-  pugi::xml_document d;
-  auto r = rv(imethod("ExecQuery", textParam("QueryLanguage", "WQL") +
-                                       textParam("Query", "SELECT DeviceID FROM CIM_Processor WHERE LoadPercentage &gt; 50")),
-              d);
-  ASSERT_EQ(count(r, "VALUE.OBJECTWITHPATH"), 1u);
-  auto inst = r.child("VALUE.OBJECTWITHPATH").child("INSTANCE");
-  EXPECT_EQ(count(inst, "PROPERTY"), 1u);
-  EXPECT_STREQ(inst.child("PROPERTY").child_value("VALUE"), "CPU1");
-  EXPECT_EQ(errorCode(imethod("ExecQuery", textParam("QueryLanguage", "WQL") + textParam("Query", "SELEKT"))), 15);
-  EXPECT_EQ(errorCode(imethod("ExecQuery", textParam("QueryLanguage", "XQ") + textParam("Query", "x"))), 14);
-}
-
-TEST_F(ServerTest, ExtrinsicMethods) {
-  pugi::xml_document d;
-  // Static method on LOCALCLASSPATH, CLASSNAME written as CimXmlClient does.
-  std::string echo = envelope(
-      "<METHODCALL NAME=\"Echo\"><LOCALCLASSPATH>" + nsPath("root/cimv2") +
-      "<CLASSNAME NAME =\"Mock_AllTypes\"/></LOCALCLASSPATH>"
-      "<PARAMVALUE NAME=\"S\" PARAMTYPE=\"string\"><VALUE>hi &amp; bye</VALUE></PARAMVALUE>"
-      "<PARAMVALUE NAME=\"U32\"><VALUE>42</VALUE></PARAMVALUE>"
-      "<PARAMVALUE NAME=\"SArray\"><VALUE.ARRAY><VALUE>a</VALUE><VALUE>b</VALUE></VALUE.ARRAY></PARAMVALUE>"
-      "<PARAMVALUE NAME=\"Ref\"><VALUE.REFERENCE>" + systemName() + "</VALUE.REFERENCE></PARAMVALUE>"
-      "</METHODCALL>");
-  auto resp = ok(echo, d, "METHODRESPONSE");
-  EXPECT_STREQ(resp.attribute("NAME").value(), "Echo");
-  EXPECT_STREQ(resp.child("RETURNVALUE").attribute("PARAMTYPE").value(), "uint32");
-  EXPECT_STREQ(resp.child("RETURNVALUE").child_value("VALUE"), "0");
-  EXPECT_STREQ(resp.find_child_by_attribute("PARAMVALUE", "NAME", "S").child_value("VALUE"), "hi & bye");
-  EXPECT_STREQ(resp.find_child_by_attribute("PARAMVALUE", "NAME", "U32").attribute("PARAMTYPE").value(), "uint32");
-  EXPECT_EQ(count(resp.find_child_by_attribute("PARAMVALUE", "NAME", "SArray").child("VALUE.ARRAY"), "VALUE"), 2u);
-  EXPECT_TRUE(resp.find_child_by_attribute("PARAMVALUE", "NAME", "Ref").child("VALUE.REFERENCE"));
-
-  // A method that changes a property of the instance.
-  std::string set = envelope("<METHODCALL NAME=\"SetElementName\"><LOCALINSTANCEPATH>" + nsPath("root/cimv2") + systemName() +
-                             "</LOCALINSTANCEPATH><PARAMVALUE NAME=\"ElementName\"><VALUE>Renamed</VALUE></PARAMVALUE>"
-                             "</METHODCALL>");
-  resp = ok(set, d, "METHODRESPONSE");
-  EXPECT_STREQ(resp.child("RETURNVALUE").child_value("VALUE"), "0");
-  auto g = rv(imethod("GetInstance", "<IPARAMVALUE NAME=\"InstanceName\">" + systemName() + "</IPARAMVALUE>"), d);
-  EXPECT_STREQ(g.child("INSTANCE").find_child_by_attribute("PROPERTY", "NAME", "ElementName").child_value("VALUE"), "Renamed");
-  std::string rsc = envelope("<METHODCALL NAME=\"RequestStateChange\"><LOCALINSTANCEPATH>" + nsPath("root/cimv2") +
-                             deviceName("Mock_NetworkPort", "eth1") +
-                             "</LOCALINSTANCEPATH><PARAMVALUE NAME=\"RequestedState\"><VALUE>2</VALUE></PARAMVALUE>"
-                             "</METHODCALL>");
-  ok(rsc, d, "METHODRESPONSE");
-  {
-    auto lock = server->lock();
-    const Instance* i = server->repository().findInstance(
-        "root/cimv2", ObjectPath::parse("Mock_NetworkPort.SystemCreationClassName=\"Mock_ComputerSystem\",SystemName=\"mock-"
-                                        "server.example.com\",CreationClassName=\"Mock_NetworkPort\",DeviceID=\"eth1\""));
-    ASSERT_NE(i, nullptr);
-    EXPECT_EQ(i->findProperty("EnabledState")->value.asText(), "2");
-  }
-  auto callOn = [&](const std::string& method) {
-    return envelope("<METHODCALL NAME=\"" + method + "\"><LOCALCLASSPATH>" + nsPath("root/cimv2") +
-                    "<CLASSNAME NAME =\"Mock_AllTypes\"/></LOCALCLASSPATH></METHODCALL>");
+  auto modified = [](const char* v) {
+    return imethod("ModifyInstance", flag("IncludeQualifiers", false) +  // the client's parameter order
+                                         param("ModifiedInstance", "<VALUE.NAMEDINSTANCE>" + allTypes("new:1") +
+                                                                       "<INSTANCE CLASSNAME=\"Mock_AllTypes\"><PROPERTY "
+                                                                       "NAME=\"PUint16\" TYPE=\"uint16\"><VALUE>" +
+                                                                       v + "</VALUE></PROPERTY></INSTANCE>"
+                                                                           "</VALUE.NAMEDINSTANCE>"));
   };
-  EXPECT_EQ(errorCode(callOn("Fail"), "METHODRESPONSE"), 1);
-  EXPECT_EQ(errorCode(callOn("NoSuchMethod"), "METHODRESPONSE"), 17);
-  resp = ok(callOn("ReturnCode"), d, "METHODRESPONSE");
-  EXPECT_STREQ(resp.child("RETURNVALUE").child_value("VALUE"), "4096");
+  const std::string getNew = imethod("GetInstance", param("InstanceName", allTypes("new:1")));
+  const std::string query = text("QueryLanguage", "WQL");
+  const std::string echo =
+      method("Echo", allClass,
+             "<PARAMVALUE NAME=\"S\" PARAMTYPE=\"string\"><VALUE>hi &amp; bye</VALUE></PARAMVALUE>"
+             "<PARAMVALUE NAME=\"U32\"><VALUE>42</VALUE></PARAMVALUE>"
+             "<PARAMVALUE NAME=\"SArray\"><VALUE.ARRAY><VALUE>a</VALUE><VALUE>b</VALUE></VALUE.ARRAY></PARAMVALUE>"
+             "<PARAMVALUE NAME=\"Ref\"><VALUE.REFERENCE>" + kSystem + "</VALUE.REFERENCE></PARAMVALUE>");
+  const std::string getSys = imethod("GetInstance", param("InstanceName", kSystem));
+  const std::string getEth1 = imethod("GetInstance", param("InstanceName", deviceName("Mock_NetworkPort", "eth1")));
+  const std::string code = "string(//ERROR/@CODE)";
+  struct Row {
+    std::string request;
+    const char* xpath;
+    const char* want;
+    bool again = false;  // send even when the previous row sent the same request
+  } rows[] = {
+      {imethod("EnumerateClassNames", ""), "count(//CLASSNAME[@NAME='CIM_ManagedElement'])", "1"},
+      {imethod("EnumerateClassNames", ""), "count(//CLASSNAME[@NAME='CIM_Processor'])", "0"},
+      {imethod("EnumerateClassNames", cls("ClassName", "CIM_LogicalDevice") + flag("DeepInheritance", true)),
+       "count(//IRETURNVALUE/CLASSNAME)", "6"},  // Processor, DiskDrive, NetworkPort + 3 Mock_
+      {imethod("EnumerateClassNames", cls("ClassName", "CIM_LogicalDevice") + flag("DeepInheritance", false)),
+       "count(//IRETURNVALUE/CLASSNAME)", "3"},
+      {getAll, "count(//CLASS[@NAME='Mock_AllTypes']/QUALIFIER[@NAME='Description'])", "1"},
+      {getAll, "concat(//PROPERTY[@NAME='PSint64']/@TYPE, ' ', //PROPERTY[@NAME='PSint64']/@CLASSORIGIN)",
+       "sint64 Mock_AllTypes"},
+      {getAll, "string(//PROPERTY.ARRAY[@NAME='PStringArray']/@TYPE)", "string"},
+      {getAll, "string(//PROPERTY.REFERENCE[@NAME='PReference']/@REFERENCECLASS)", "CIM_ManagedElement"},
+      {getAll, "string(//PROPERTY[@NAME='PEmbedded']/QUALIFIER[@NAME='EmbeddedInstance']/VALUE)", "Mock_Settings"},
+      {getAll, "string(//METHOD[@NAME='Echo']/@TYPE)", "uint32"},
+      {getAll,
+       "count(//METHOD[@NAME='Echo']/*[(self::PARAMETER and @NAME='S' and QUALIFIER[@NAME='In']) or "
+       "(self::PARAMETER.ARRAY and @NAME='SArray') or (self::PARAMETER.REFERENCE and @NAME='Ref')])",
+       "3"},
+      // Defaults: LocalOnly TRUE drops inherited properties.
+      {imethod("GetClass", cls("ClassName", "Mock_ComputerSystem")),
+       "concat(//CLASS/@SUPERCLASS, ' ', count(//CLASS/PROPERTY))", "CIM_ComputerSystem 1"},  // OSName only
+      {imethod("GetClass", cls("ClassName", "Mock_ComputerSystem") + flag("LocalOnly", false) +
+                               flag("IncludeQualifiers", false)),
+       "concat(//PROPERTY[@NAME='Name']/@PROPAGATED, count(//PROPERTY[@NAME='Name']/QUALIFIER), count(//CLASS/@CLASSORIGIN))",
+       "true00"},
+      {imethod("GetClass", cls("ClassName", "No_Such")), code.c_str(), "6"},
+      {imethod("EnumerateClasses", cls("ClassName", "CIM_Component") + flag("DeepInheritance", true)),
+       "count(//IRETURNVALUE/CLASS)", "2"},
+      {deep, "count(//VALUE.NAMEDINSTANCE)", "6"},
+      {deep, "count(//VALUE.NAMEDINSTANCE[1]/INSTANCENAME/KEYBINDING)", "4"},
+      {deep, "string(//VALUE.NAMEDINSTANCE[1]/INSTANCE/@CLASSNAME)", "Mock_Processor"},
+      {deep, "count(//VALUE.NAMEDINSTANCE[1]/INSTANCE/PROPERTY[@NAME='MaxClockSpeed'])", "1"},
+      // DeepInheritance FALSE: only the properties of the requested class.
+      {imethod("EnumerateInstances", cls("ClassName", "CIM_LogicalDevice") + flag("DeepInheritance", false)),
+       "count(//VALUE.NAMEDINSTANCE[1]/INSTANCE/PROPERTY[@NAME='MaxClockSpeed'])", "0"},
+      {imethod("EnumerateInstances",
+               cls("ClassName", "CIM_DiskDrive") +
+                   param("PropertyList", "<VALUE.ARRAY><VALUE>Capacity</VALUE></VALUE.ARRAY>")),
+       "concat(count(//VALUE.NAMEDINSTANCE[1]/INSTANCE/PROPERTY), ' ', //VALUE.NAMEDINSTANCE[1]/INSTANCE/PROPERTY/VALUE)",
+       "1 500107862016"},
+      {imethod("EnumerateInstanceNames", cls("ClassName", "CIM_NetworkPort")),
+       "concat(count(//IRETURNVALUE/INSTANCENAME), ' ', //INSTANCENAME[1]/KEYBINDING[@NAME='DeviceID']/KEYVALUE)",
+       "2 eth0"},
+      {imethod("EnumerateInstances", cls("ClassName", "No_Such")), code.c_str(), "5"},
+      {imethod("EnumerateInstances", cls("ClassName", "CIM_Processor"), "none"), code.c_str(), "3"},
+      // Values of every type, and an embedded instance in CDATA.
+      {all1, "string(//PROPERTY[@NAME='PString']/VALUE)", "Hello <CIM> & \"friends\""},
+      {all1, "string(//PROPERTY[@NAME='PUint64']/VALUE)", "18446744073709551615"},
+      {all1, "string(//PROPERTY[@NAME='PSint8']/VALUE)", "-128"},
+      {all1, "string(//PROPERTY[@NAME='PBoolean']/VALUE)", "TRUE"},
+      {all1, "string(//PROPERTY[@NAME='PDateTime']/VALUE)", "20240229235959.123456-300"},
+      {all1, "count(//PROPERTY.ARRAY[@NAME='PUint8Array']/VALUE.ARRAY/VALUE)", "3"},
+      {all1, "string(//PROPERTY.REFERENCE[@NAME='PReference']/VALUE.REFERENCE/INSTANCEPATH/INSTANCENAME/@CLASSNAME)",
+       "Mock_ComputerSystem"},
+      {all1, "string(//PROPERTY[@NAME='PEmbedded']/@EmbeddedObject)", "instance"},
+      {all1, "count(//PROPERTY[@NAME='PEmpty']/VALUE)", "0"},
+      {imethod("GetInstance", param("InstanceName", allTypes("nope"))), code.c_str(), "6"},
+      {imethod("Associators", obj + cls("AssocClass", "CIM_SystemDevice") + cls("ResultClass", "CIM_ComputerSystem") +
+                                  text("Role", "PartComponent") + text("ResultRole", "GroupComponent") +
+                                  flag("IncludeQualifiers", false) + flag("IncludeClassOrigin", false)),
+       "concat(count(//VALUE.OBJECTWITHPATH), ' ', //VALUE.OBJECTWITHPATH/INSTANCEPATH/NAMESPACEPATH/HOST, ' ', "
+       "//VALUE.OBJECTWITHPATH/INSTANCE/@CLASSNAME)",
+       "1 localhost Mock_ComputerSystem"},
+      {imethod("Associators", obj + text("Role", "GroupComponent")), "count(//VALUE.OBJECTWITHPATH)", "0"},
+      {imethod("AssociatorNames", sys + cls("AssocClass", "CIM_SystemDevice")),
+       "concat(count(//IRETURNVALUE/OBJECTPATH), count(//OBJECTPATH[1]/INSTANCEPATH/INSTANCENAME))", "61"},
+      {imethod("AssociatorNames", sys + cls("ResultClass", "CIM_DiskDrive")), "count(//OBJECTPATH)", "2"},
+      {imethod("References", sys + cls("ResultClass", "CIM_SystemDevice") + flag("IncludeQualifiers", false) +
+                                 flag("IncludeClassOrigin", false) + text("Role", "GroupComponent")),
+       "concat(count(//VALUE.OBJECTWITHPATH), ' ', //VALUE.OBJECTWITHPATH[1]/INSTANCE/@CLASSNAME)",
+       "6 CIM_SystemDevice"},
+      {imethod("References", sys), "count(//VALUE.OBJECTWITHPATH)", "7"},  // + CIM_DeviceSAPImplementation
+      {imethod("ReferenceNames", sys + cls("ResultClass", "CIM_SystemDevice") + text("Role", "GroupComponent")),
+       "concat(count(//IRETURNVALUE/OBJECTPATH), count(//IRETURNVALUE/INSTANCENAME))", "60"},
+      {imethod("ReferenceNames", param("ObjectName", "<CLASSNAME NAME=\"CIM_Processor\"/>")),
+       "boolean(//OBJECTPATH/CLASSPATH)", "true"},
+      {imethod("CreateInstance", param("NewInstance", created)), "string(//IRETURNVALUE/INSTANCENAME/KEYBINDING/KEYVALUE)",
+       "new:1"},
+      {imethod("CreateInstance", param("NewInstance", created)), code.c_str(), "11", true},
+      {getNew, "string(//PROPERTY[@NAME='PString']/VALUE)", "a & b < c"},
+      {getNew, "count(//PROPERTY.ARRAY[@NAME='PStringArray']/VALUE.ARRAY/VALUE)", "2"},
+      {getNew, "contains(//PROPERTY[@NAME='PEmbedded']/VALUE, 'CLASSNAME=\"Mock_Settings\"') and "
+               "contains(//PROPERTY[@NAME='PEmbedded']/VALUE, '>eco<')",
+       "true"},
+      {modified("7"), "count(//IMETHODRESPONSE/node())", "0"},
+      {getNew, "string(//PROPERTY[@NAME='PUint16']/VALUE)", "7"},
+      {modified("99999"), code.c_str(), "13"},
+      {imethod("DeleteInstance", param("InstanceName", allTypes("new:1"))), "count(//IMETHODRESPONSE/node())", "0"},
+      {imethod("DeleteInstance", param("InstanceName", allTypes("new:1"))), code.c_str(), "6", true},
+      {imethod("ExecQuery", query + text("Query", "SELECT DeviceID FROM CIM_Processor WHERE LoadPercentage &gt; 50")),
+       "concat(count(//VALUE.OBJECTWITHPATH), count(//VALUE.OBJECTWITHPATH/INSTANCE/PROPERTY), "
+       "//VALUE.OBJECTWITHPATH/INSTANCE/PROPERTY/VALUE)",
+       "11CPU1"},
+      {imethod("ExecQuery", query + text("Query", "SELEKT")), code.c_str(), "15"},
+      {imethod("ExecQuery", text("QueryLanguage", "XQ") + text("Query", "x")), code.c_str(), "14"},
+      {echo, "concat(//METHODRESPONSE/@NAME, ' ', //RETURNVALUE/@PARAMTYPE, ' ', //RETURNVALUE/VALUE)", "Echo uint32 0"},
+      {echo, "string(//PARAMVALUE[@NAME='S']/VALUE)", "hi & bye"},
+      {echo, "string(//PARAMVALUE[@NAME='U32']/@PARAMTYPE)", "uint32"},
+      {echo, "count(//PARAMVALUE[@NAME='SArray']/VALUE.ARRAY/VALUE)", "2"},
+      {echo, "count(//PARAMVALUE[@NAME='Ref']/VALUE.REFERENCE)", "1"},
+      // Methods that change a property of the instance.
+      {method("SetElementName", kSystem, "<PARAMVALUE NAME=\"ElementName\"><VALUE>Renamed</VALUE></PARAMVALUE>"),
+       "string(//RETURNVALUE/VALUE)", "0"},
+      {getSys, "string(//PROPERTY[@NAME='ElementName']/VALUE)", "Renamed"},
+      {method("RequestStateChange", deviceName("Mock_NetworkPort", "eth1"),
+              "<PARAMVALUE NAME=\"RequestedState\"><VALUE>2</VALUE></PARAMVALUE>"),
+       "count(//METHODRESPONSE/ERROR)", "0"},
+      {getEth1, "string(//PROPERTY[@NAME='EnabledState']/VALUE)", "2"},
+      {method("Fail", allClass), code.c_str(), "1"},
+      {method("NoSuchMethod", allClass), code.c_str(), "17"},
+      {method("ReturnCode", allClass), "string(//RETURNVALUE/VALUE)", "4096"},
+      {imethod("CreateClass", ""), code.c_str(), "7"},
+      {imethod("GetClass", ""), code.c_str(), "4"},
+      {imethod("EnumerateInstances", cls("ClassName", "CIM_Processor") + text("LocalOnly", "maybe")), code.c_str(), "4"},
+      // A closing tag in other case (as the client writes RESPONSEDESTINATION),
+      // an unclosed element, and single-quoted attributes.
+      {envelope("<IMETHODCALL NAME='EnumerateInstanceNames'>" + nsPath() + cls("ClassName", "CIM_DiskDrive") +
+                "<RESPONSEDESTINATION><INSTANCE CLASSNAME=\"X\"></INSTANCE></ResponseDestination></IMETHODCALL>"),
+       "count(//IRETURNVALUE/INSTANCENAME)", "2"},
+  };
+  std::string last;
+  pugi::xml_document doc;
+  for (const Row& row : rows) {
+    if (row.again || row.request != last) call(row.request, doc);
+    last = row.request;
+    EXPECT_EQ(pugi::xpath_query(row.xpath).evaluate_string(doc), row.want) << row.xpath << "\n" << row.request;
+  }
+  // The embedded instance travels as a CDATA section holding an INSTANCE.
+  call(all1, doc);
+  auto cdata = doc.select_node("//PROPERTY[@NAME='PEmbedded']/VALUE").node().first_child();
+  ASSERT_EQ(cdata.type(), pugi::node_cdata);
+  pugi::xml_document e;
+  ASSERT_TRUE(e.load_string(cdata.value()));
+  EXPECT_STREQ(e.child("INSTANCE").attribute("CLASSNAME").value(), "Mock_Settings");
 }
 
-TEST_F(ServerTest, UnsupportedOperationAndBadParameters) {
-  EXPECT_EQ(errorCode(imethod("CreateClass", "")), 7);
-  EXPECT_EQ(errorCode(imethod("GetClass", "")), 4);
-  EXPECT_EQ(errorCode(imethod("EnumerateInstances", classParam("ClassName", "CIM_Processor") + textParam("LocalOnly", "maybe"))), 4);
-}
-
-TEST_F(ServerTest, RequestBytesAreRecordedAsReceived) {
+TEST_F(ServerTest, ReferenceNamesAsInstanceNamesOption) {
+  ServerOptions o;
+  o.referenceNamesAsInstanceNames = true;
+  start(o);
   pugi::xml_document d;
-  rv(imethod("EnumerateClassNames", ""), d);
-  std::string raw = server->lastRequest();
-  EXPECT_EQ(raw.compare(0, 22, "POST  /cimom HTTP/1.1 "), 0);
-  EXPECT_EQ(server->lastRequestBody().compare(0, 6, "\r<?xml"), 0);
-  EXPECT_EQ(server->stats().requests, 1u);
+  call(imethod("ReferenceNames", cls("ClassName", "Mock_ComputerSystem") + param("ObjectName", kSystem) +
+                                     cls("ResultClass", "CIM_SystemDevice")),
+       d);
+  EXPECT_EQ(d.select_nodes("//IRETURNVALUE/INSTANCENAME").size(), 6u);
+  EXPECT_EQ(d.select_nodes("//IRETURNVALUE/OBJECTPATH").size(), 0u);
 }
 
 TEST_F(ServerTest, StandardClientFramingAndKeepAlive) {
   int fd = connectTo(port);
   ASSERT_GE(fd, 0);
   for (int i = 0; i < 3; ++i) {
-    std::string req = standardFraming(imethod("EnumerateInstanceNames", classParam("ClassName", "CIM_DiskDrive")),
+    std::string req = standardFraming(imethod("EnumerateInstanceNames", cls("ClassName", "CIM_DiskDrive")),
                                       "EnumerateInstanceNames");
     ::send(fd, req.data(), req.size(), MSG_NOSIGNAL);
     Reply r = readReply(fd);
@@ -546,34 +397,37 @@ TEST_F(ServerTest, BasicAuthentication) {
   o.password = "secret";
   start(o);
   std::string xml = imethod("EnumerateClassNames", "");
-  Reply r = httpExchange(port, clientFraming(xml, "admin", "wrong"));
-  EXPECT_EQ(r.status, 401);
+  Reply r = httpExchange(port, clientFraming(xml, "YWRtaW46d3Jvbmc="));  // admin:wrong
   EXPECT_EQ(r.raw.compare(0, 25, "HTTP/1.1 401 Unauthorized"), 0);
   EXPECT_EQ(r.headers["www-authenticate"], "Basic realm=\"cimom\"");
   r = httpExchange(port, standardFraming(xml, "EnumerateClassNames"));  // no Authorization at all
   EXPECT_EQ(r.status, 401);
-  r = httpExchange(port, clientFraming(xml, "admin", "secret"));
+  r = httpExchange(port, clientFraming(xml, "YWRtaW46c2VjcmV0"));  // admin:secret
   EXPECT_EQ(r.status, 200);
   EXPECT_EQ(server->stats().unauthorized, 2u);
 }
 
-TEST_F(ServerTest, BadRequestsGet400AndTheServerSurvives) {
-  Reply r = httpExchange(port, clientFraming("<?xml version=\"1.0\"?><CIM><MESSAGE"));
-  EXPECT_EQ(r.status, 400);
-  r = httpExchange(port, clientFraming("this is not xml"));
-  EXPECT_EQ(r.status, 400);
-  EXPECT_EQ(r.headers["cimerror"], "request-not-well-formed");
-  r = httpExchange(port, clientFraming("<?xml version=\"1.0\"?><HTML/>"));
-  EXPECT_EQ(r.status, 400);
-  EXPECT_EQ(r.headers["cimerror"], "request-not-valid");
-  r = httpExchange(port, "GARBAGE\r\n\r\n");
-  EXPECT_EQ(r.status, 400);
-  r = httpExchange(port, "POST /cimom HTTP/1.1\r\nContent-Length: nope\r\n\r\n");
-  EXPECT_EQ(r.status, 400);
-  r = httpExchange(port, "GET /cimom HTTP/1.1\r\n\r\n");
-  EXPECT_EQ(r.status, 405);
-  r = httpExchange(port, "POST /other HTTP/1.1\r\nContent-Length: 0\r\n\r\n");
-  EXPECT_EQ(r.status, 404);
+TEST_F(ServerTest, BadRequestsGetAnHttpErrorAndTheServerSurvives) {
+  struct {
+    std::string request;
+    int status;
+    const char* cimError;
+  } cases[] = {
+      {clientFraming("<?xml version=\"1.0\"?><CIM><MESSAGE"), 400, nullptr},
+      {clientFraming("this is not xml"), 400, "request-not-well-formed"},
+      {clientFraming("<?xml version=\"1.0\"?><HTML/>"), 400, "request-not-valid"},
+      {"GARBAGE\r\n\r\n", 400, nullptr},
+      {"POST /cimom HTTP/1.1\r\nContent-Length: nope\r\n\r\n", 400, nullptr},
+      {"GET /cimom HTTP/1.1\r\n\r\n", 405, nullptr},
+      {"POST /other HTTP/1.1\r\nContent-Length: 0\r\n\r\n", 404, nullptr},
+  };
+  for (const auto& c : cases) {
+    Reply r = httpExchange(port, c.request);
+    EXPECT_EQ(r.status, c.status) << c.request;
+    if (c.cimError) {
+      EXPECT_EQ(r.headers["cimerror"], c.cimError);
+    }
+  }
   // A client that disconnects mid-request (headers only, then half a body).
   for (int i = 0; i < 3; ++i) {
     int fd = connectTo(port);
@@ -582,142 +436,106 @@ TEST_F(ServerTest, BadRequestsGet400AndTheServerSurvives) {
     ::close(fd);
   }
   pugi::xml_document d;
-  rv(imethod("EnumerateClassNames", ""), d);
-}
-
-TEST_F(ServerTest, LenientParsingOfIrregularTags) {
-  pugi::xml_document d;
-  // A closing tag in other case (as the client writes RESPONSEDESTINATION),
-  // an unclosed element, and single-quoted attributes.
-  std::string xml = envelope("<IMETHODCALL NAME='EnumerateInstanceNames'>" + nsPath("root/cimv2") +
-                             classParam("ClassName", "CIM_DiskDrive") +
-                             "<RESPONSEDESTINATION><INSTANCE CLASSNAME=\"X\"></INSTANCE></ResponseDestination>"
-                             "</IMETHODCALL>");
-  auto r = rv(xml, d);
-  EXPECT_EQ(count(r, "INSTANCENAME"), 2u);
+  call(imethod("EnumerateClassNames", ""), d);
 }
 
 TEST_F(ServerTest, LinesAndIndentedLayouts) {
   server->setLayout(ServerOptions::Layout::Lines);
-  std::string xml = imethod("GetInstance", "<IPARAMVALUE NAME=\"InstanceName\"><INSTANCENAME CLASSNAME=\"Mock_AllTypes\">" +
-                                               key("InstanceID", "mock:alltypes:2") + "</INSTANCENAME></IPARAMVALUE>");
-  Reply r = call(xml);
+  std::string xml = imethod("GetInstance", param("InstanceName", allTypes("mock:alltypes:2")));
+  Reply r = httpExchange(port, clientFraming(xml));
   EXPECT_NE(r.body.find("<PROPERTY NAME=\"PEmpty\" TYPE=\"string\">\n</PROPERTY>"), std::string::npos) << r.body;
   EXPECT_NE(r.body.find("\n<INSTANCE CLASSNAME=\"Mock_AllTypes\">\n<PROPERTY"), std::string::npos);
   EXPECT_EQ(r.body.find("\n "), std::string::npos);  // no indentation
   pugi::xml_document d;
   EXPECT_TRUE(d.load_string(r.body.c_str()));
   server->setLayout(ServerOptions::Layout::Indented);
-  r = call(xml);
+  r = httpExchange(port, clientFraming(xml));
   EXPECT_NE(r.body.find("\n  <MESSAGE"), std::string::npos);
   EXPECT_TRUE(d.load_string(r.body.c_str()));
 }
 
-TEST_F(ServerTest, HandleCimXmlWithoutHttp) {
-  int status = 0;
-  std::string out = server->handleCimXml(imethod("EnumerateClassNames", ""), &status);
-  EXPECT_EQ(status, 200);
-  EXPECT_NE(out.find("<CLASSNAME NAME=\"CIM_ManagedElement\"/>"), std::string::npos);
-  server->handleCimXml("junk", &status);
-  EXPECT_EQ(status, 400);
-}
-
-// ---- fault injection -----------------------------------------------------------
-
-class FaultTest : public ServerTest {
-protected:
-  Reply faulty(const FaultOptions& f) {
+TEST_F(ServerTest, FaultInjection) {
+  auto faulty = [&](const FaultOptions& f) {
     server->setFaults(f);
     return httpExchange(port, clientFraming(imethod("EnumerateClassNames", "")));
-  }
-};
-
-TEST_F(FaultTest, SplitIntoSegmentsWithDelay) {
+  };
+  auto ms = [](std::chrono::steady_clock::time_point t0) {
+    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - t0).count();
+  };
+  pugi::xml_document d;
   FaultOptions f;
   f.splitSegments = 4;
   f.splitDelayMs = 40;
   auto t0 = std::chrono::steady_clock::now();
   Reply r = faulty(f);
-  auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - t0).count();
+  EXPECT_GE(ms(t0), 110);
   EXPECT_EQ(r.status, 200);
-  EXPECT_GE(ms, 110);
   EXPECT_GE(r.reads, 4);
   EXPECT_EQ(r.headers["content-length"], std::to_string(r.body.size()));
-}
 
-TEST_F(FaultTest, WrongAndMissingContentLength) {
-  FaultOptions f;
+  f = FaultOptions();
   f.contentLengthDelta = -10;
-  Reply r = faulty(f);
+  r = faulty(f);
   EXPECT_EQ(std::stoul(r.headers["content-length"]) + 10, r.body.size());
+
+  // Without a Content-Length the reply ends with the connection.
   f = FaultOptions();
   f.omitContentLength = true;
   r = faulty(f);
   EXPECT_EQ(r.headers.count("content-length"), 0u);
-}
-
-TEST_F(FaultTest, CloseEarly) {
-  FaultOptions f;
-  f.closeAfterBytes = 30;
-  Reply r = faulty(f);
-  EXPECT_EQ(r.raw.size(), 30u);
   EXPECT_TRUE(r.closed);
-  f.closeAfterBytes = 0;
-  r = faulty(f);
-  EXPECT_TRUE(r.raw.empty());
-  EXPECT_TRUE(r.closed);
-}
+  EXPECT_EQ(r.headers["connection"], "close");
+  EXPECT_NE(r.body.find("</CIM>"), std::string::npos);
 
-TEST_F(FaultTest, GarbageBodyAndNoDeclaration) {
-  FaultOptions f;
+  for (size_t after : {30u, 0u}) {
+    f = FaultOptions();
+    f.closeAfterBytes = after;
+    r = faulty(f);
+    EXPECT_EQ(r.raw.size(), after);
+    EXPECT_TRUE(r.closed);
+  }
+
+  f = FaultOptions();
   f.garbageBody = true;
-  Reply r = faulty(f);
+  r = faulty(f);
   EXPECT_EQ(r.status, 200);
   EXPECT_EQ(r.body.find("<?xml"), std::string::npos);
-  pugi::xml_document d;
   EXPECT_FALSE(d.load_string(r.body.c_str()));
+
   f = FaultOptions();
   f.noXmlDeclaration = true;
   r = faulty(f);
-  EXPECT_EQ(r.body.find("<?xml"), std::string::npos);
   EXPECT_EQ(r.body.compare(0, 4, "<CIM"), 0);
   EXPECT_TRUE(d.load_string(r.body.c_str()));
-}
 
-TEST_F(FaultTest, VeryLargeReply) {
-  FaultOptions f;
+  f = FaultOptions();
   f.largeReplyBytes = 3 * 1024 * 1024;
-  Reply r = faulty(f);
+  r = faulty(f);
   EXPECT_EQ(r.body.size(), f.largeReplyBytes);
-  pugi::xml_document d;
   EXPECT_TRUE(d.load_string(r.body.c_str()));
-}
 
-TEST_F(FaultTest, SlowReply) {
-  FaultOptions f;
+  f = FaultOptions();
   f.replyDelayMs = 150;
-  auto t0 = std::chrono::steady_clock::now();
-  Reply r = faulty(f);
-  EXPECT_GE(std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - t0).count(), 140);
+  t0 = std::chrono::steady_clock::now();
+  r = faulty(f);
+  EXPECT_GE(ms(t0), 140);
   EXPECT_EQ(r.status, 200);
-}
 
-TEST_F(FaultTest, Forced401CannedReplyAndLimitedCount) {
-  FaultOptions f;
+  f = FaultOptions();
   f.force401 = true;
   f.faultyReplies = 1;
-  Reply r = faulty(f);
+  r = faulty(f);
   EXPECT_EQ(r.status, 401);
   EXPECT_TRUE(r.headers.count("www-authenticate"));
   r = httpExchange(port, clientFraming(imethod("EnumerateClassNames", "")));
   EXPECT_EQ(r.status, 200);  // only the first reply was faulty
+
   f = FaultOptions();
   f.cannedReply = "HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\nhello";
   r = faulty(f);
   EXPECT_EQ(r.raw, f.cannedReply);
   server->setFaults(FaultOptions());
-  r = httpExchange(port, clientFraming(imethod("EnumerateClassNames", "")));
-  EXPECT_EQ(r.status, 200);
+  EXPECT_EQ(httpExchange(port, clientFraming(imethod("EnumerateClassNames", ""))).status, 200);
 }
 
 TEST(ServerLifecycleTest, StartStopAndMofErrors) {
@@ -730,19 +548,9 @@ TEST(ServerLifecycleTest, StartStopAndMofErrors) {
   Server s{ServerOptions()};
   ASSERT_TRUE(s.start(&err)) << err;
   EXPECT_TRUE(s.running());
-  EXPECT_GT(s.port(), 0);
   EXPECT_FALSE(s.start(&err));  // only once
   s.stop();
   s.stop();
   EXPECT_FALSE(s.running());
   EXPECT_LT(connectTo(s.port()), 0);
-}
-
-TEST_F(FaultTest, MissingContentLengthEndsWithTheConnection) {
-  FaultOptions f;
-  f.omitContentLength = true;
-  Reply r = faulty(f);
-  EXPECT_TRUE(r.closed);
-  EXPECT_EQ(r.headers["connection"], "close");
-  EXPECT_NE(r.body.find("</CIM>"), std::string::npos);
 }
