@@ -45,8 +45,7 @@ TEST(LargeReply, TreeEqualsTheOneBuiltFromAWholeDomAndKeepsOrder) {
     ASSERT_NE(reference, nullptr);
     ASSERT_NE(reference, p.root);
 
-    std::string where;
-    EXPECT_TRUE(sameTree(RecordId::CIM, p.root, reference, where)) << where;
+    EXPECT_TRUE(dump(RecordId::CIM, p.root) == dump(RecordId::CIM, reference));  // no 2 MB failure message
     int i = 0;
     for (const NamedInstance* n = returnValueOf(p.root)->namedInstance; n; n = n->next, ++i) {
         ASSERT_STREQ(n->instanceName->keyBindings->keyValue->value, std::to_string(i).c_str());

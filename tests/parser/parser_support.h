@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <cstring>
 #include <string>
 
@@ -56,55 +57,40 @@ inline std::string indented(const std::string& compact) {
     return out;
 }
 
-// Deep structural equality over the record descriptors; `where` names the
-// first difference.
-inline bool sameTree(RecordId id, const void* a, const void* b, std::string& where, const std::string& path = "") {
+// A record tree on one line, from the record descriptors: {field=value ...}
+// per node, NULL pointers and zero numbers left out, strings quoted, list
+// nodes back to back. Equal dumps are equal trees.
+inline std::string dump(RecordId id, const void* record) {
     const auto& d = describe(id);
-    int index = 0;
-    while (a || b) {
-        std::string here = path + "/" + d.name + "[" + std::to_string(index) + "]";
-        if (!a || !b) {
-            where = here + " present on one side only";
-            return false;
-        }
+    std::string out;
+    for (; record; record = d.isList ? *reinterpret_cast<void* const*>(static_cast<const char*>(record) + d.nextOffset)
+                                     : nullptr) {
+        std::string fields;
         for (int i = 0; i < d.fieldCount; ++i) {
             const auto& f = d.fields[i];
-            const char* fa = static_cast<const char*>(a) + f.offset;
-            const char* fb = static_cast<const char*>(b) + f.offset;
-            switch (f.kind) {
-                case FieldKind::String:
-                case FieldKind::StringFirst:
-                case FieldKind::StringNoClone: {
-                    const char* sa = *reinterpret_cast<char* const*>(fa);
-                    const char* sb = *reinterpret_cast<char* const*>(fb);
-                    if ((sa == nullptr) != (sb == nullptr) || (sa && std::strcmp(sa, sb) != 0)) {
-                        where = here + "." + f.name;
-                        return false;
-                    }
-                    break;
+            const char* at = static_cast<const char*>(record) + f.offset;
+            std::string v;
+            if (f.kind == FieldKind::Int16 || f.kind == FieldKind::Int32) {
+                std::int32_t n = 0;
+                if (f.kind == FieldKind::Int16) {
+                    std::int16_t s16;
+                    std::memcpy(&s16, at, 2);
+                    n = s16;
+                } else {
+                    std::memcpy(&n, at, 4);
                 }
-                case FieldKind::Record:
-                case FieldKind::Borrowed:
-                    if (!sameTree(f.child, *reinterpret_cast<void* const*>(fa), *reinterpret_cast<void* const*>(fb), where,
-                                  here + "." + f.name))
-                        return false;
-                    break;
-                case FieldKind::Int16:
-                    if (std::memcmp(fa, fb, 2) != 0) return where = here + "." + f.name, false;
-                    break;
-                case FieldKind::Int32:
-                    if (std::memcmp(fa, fb, 4) != 0) return where = here + "." + f.name, false;
-                    break;
-                case FieldKind::Next:
-                    break;
+                if (n) v = std::to_string(n);
+            } else if (f.kind == FieldKind::Record || f.kind == FieldKind::Borrowed) {
+                v = dump(f.child, *reinterpret_cast<const void* const*>(at));
+            } else if (f.kind != FieldKind::Next) {
+                const char* s = *reinterpret_cast<const char* const*>(at);
+                if (s) v = "'" + std::string(s) + "'";
             }
+            if (!v.empty()) fields += (fields.empty() ? "" : " ") + std::string(f.name) + "=" + v;
         }
-        if (!d.isList) break;
-        a = *reinterpret_cast<void* const*>(static_cast<const char*>(a) + d.nextOffset);
-        b = *reinterpret_cast<void* const*>(static_cast<const char*>(b) + d.nextOffset);
-        ++index;
+        out += "{" + fields + "}";
     }
-    return true;
+    return out;
 }
 
 struct Parsed {
