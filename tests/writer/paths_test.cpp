@@ -52,10 +52,7 @@ TEST(Paths, InstanceNamesKeysAndSpacedKeyValueAttributes) {
     n->keyBindings->keyValue->cimType = s("string");
     n->next = make<InstanceName>();
     n->next->keyValue = keyValue(nullptr, nullptr);
-    EXPECT_EQ(gen(Gen_InstanceName, n),
-              "<INSTANCENAME CLASSNAME=\"CIM_A\"><KEYBINDING NAME=\"Name\">"
-              "<KEYVALUE VALUETYPE = \"string\" CIMTYPE = \"string\">h1</KEYVALUE></KEYBINDING></INSTANCENAME>"
-              "<INSTANCENAME CLASSNAME=><KEYVALUE></KEYVALUE></INSTANCENAME>");
+    EXPECT_EQ(gen(Gen_InstanceName, n), golden("instance_names.xml"));
     Free_InstanceName(n);
 
     auto* ip = make<InstancePath>();
@@ -94,11 +91,7 @@ TEST(Paths, ReferencesAndReferenceArrays) {
     ra->valueReference->next->instanceName = instanceName("D", "K", "1");
     ra->valueReference->next->next = make<ValueReference>();
     ra->valueReference->next->next->localClassPath = make<LocalClassPath>();
-    EXPECT_EQ(gen(Gen_ValueRefArray, ra),
-              "<VALUE.REFARRAY><VALUE.REFERENCE><CLASSNAME NAME=\"C\"/></VALUE.REFERENCE>"
-              "<VALUE.REFERENCE><INSTANCENAME CLASSNAME=\"D\"><KEYBINDING NAME=\"K\">"
-              "<KEYVALUE VALUETYPE = \"string\">1</KEYVALUE></KEYBINDING></INSTANCENAME></VALUE.REFERENCE>"
-              "<VALUE.REFERENCE><LOCALCLASSPATH></LOCALCLASSPATH></VALUE.REFERENCE></VALUE.REFARRAY>");
+    EXPECT_EQ(gen(Gen_ValueRefArray, ra), golden("value_ref_array.xml"));
     Free_ValueRefArray(ra);
 }
 

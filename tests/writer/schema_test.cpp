@@ -39,10 +39,7 @@ TEST(Instances, PropertiesNamelessAndAbsentFlags) {
     ni->instanceName->className = className("C");
     ni->instance = instance("C", property("P", "uint8", value("1")));
     ni->instance->qualifiers = qualifier("Q", nullptr, "q");
-    EXPECT_EQ(gen(Gen_NamedInstance, ni),
-              "<VALUE.NAMEDINSTANCE><INSTANCENAME CLASSNAME=\"C\"></INSTANCENAME><INSTANCE CLASSNAME=\"C\">"
-              "<QUALIFIER NAME=\"Q\"><VALUE>q</VALUE></QUALIFIER>"
-              "<PROPERTY NAME=\"P\" TYPE=\"uint8\"><VALUE>1</VALUE></PROPERTY></INSTANCE></VALUE.NAMEDINSTANCE>");
+    EXPECT_EQ(gen(Gen_NamedInstance, ni), golden("named_instance.xml"));
     Free_NamedInstance(ni);
 }
 
@@ -73,14 +70,7 @@ TEST(Classes, ClassWithMethodAndEveryParameterKind) {
     m->parameterRefArrays->qualifiers = qualifier("Q", nullptr, "x");
 
     // PARAMETER.REFARRAY is left open: "</METHOD>" follows its content.
-    EXPECT_EQ(gen(Gen_Class, c),
-              "<CLASS NAME=\"CIM_A\" SUPERCLASS=\"CIM_Base\"><PROPERTY NAME=\"P\" TYPE=\"string\"></PROPERTY>"
-              "<METHOD NAME=\"Go\" TYPE=\"uint32\" CLASSORIGIN=\"CIM_A\" PROPAGATED 'TRUE'>"
-              "<PARAMETER NAME=\"In\" TYPE=\"string\"></PARAMETER>"
-              "<PARAMETER.REFERENCE NAME=\"Ref\" REFERENCECLASS=\"CIM_B\"></PARAMETER.REFERENCE>"
-              "<PARAMETER.ARRAY NAME=\"Arr\" TYPE=\"uint8\" ARRAYSIZE=12></PARAMETER.ARRAY>"
-              "<PARAMETER.REFARRAY NAME=\"Refs\" REFERENCECLASS=\"CIM_C\" ARRAYSIZE=3>"
-              "<QUALIFIER NAME=\"Q\"><VALUE>x</VALUE></QUALIFIER></METHOD></CLASS>");
+    EXPECT_EQ(gen(Gen_Class, c), golden("class_with_method.xml"));
     Free_Class(c);
 }
 
@@ -124,12 +114,7 @@ TEST(Qualifiers, DeclarationOpensTypeTwice) {
     d->next->isArray = 1;
     d->next->next = make<QualifierDecl>();
     d->next->next->isArray = 3;
-    EXPECT_EQ(gen(Gen_QualifierDecl, d),
-              "<QUALIFIER.DECLARATION NAME=\"Key\" TYPE=\" TYPE=\"boolean\" ISARRAY=\"FALSE\""
-              " QUALIFIERFLAVOR=\" QUALIFIERFLAVOR'TRUE' OVERRIDABLE='FALSE'\">"
-              "<SCOPE REFERENCE \"TRUE\" PROPERTY \"TRUE\"/><VALUE>FALSE</VALUE></QUALIFIER.DECLARATION>"
-              "<QUALIFIER.DECLARATION NAME= ISARRAY=\"TRUE\"></QUALIFIER.DECLARATION>"
-              "<QUALIFIER.DECLARATION NAME=></QUALIFIER.DECLARATION>");
+    EXPECT_EQ(gen(Gen_QualifierDecl, d), golden("qualifier_declarations.xml"));
     Free_QualifierDecl(d);
 }
 
@@ -152,15 +137,8 @@ TEST(Declarations, EveryGroupKind) {
 
     auto* cim = make<CIM>();
     cim->declaration = decl;
-    EXPECT_EQ(gen(Gen_CIM, cim),
-              "<?xml version=\"1.0\" encoding=\"utf-8\"?><CIM CIMVERSION=\"\" DTDVERSION=\"\">"
-              "<DECLARATION><DECLGROUP><LOCALNAMESPACEPATH><NAMESPACE NAME=\"root\"/></LOCALNAMESPACEPATH>"
-              "<QUALIFIER.DECLARATION NAME= ISARRAY=\"FALSE\"></QUALIFIER.DECLARATION>"  // zero-filled: FALSE
-              "<VALUE.OBJECT><INSTANCE CLASSNAME=\"I\"></INSTANCE></VALUE.OBJECT></DECLGROUP>"
-              "<DECLGROUP.WITHNAME><VALUE.NAMEDOBJECT><CLASS></CLASS></VALUE.NAMEDOBJECT></DECLGROUP.WITHNAME>"
-              "<DECLGROUP.WITHPATH><VALUE.OBJECTWITHPATH><INSTANCEPATH></INSTANCEPATH></VALUE.OBJECTWITHPATH>"
-              "<VALUE.OBJECTWITHLOCALPATH><LOCALCLASSPATH></LOCALCLASSPATH><CLASS></CLASS>"
-              "</VALUE.OBJECTWITHLOCALPATH></DECLGROUP.WITHPATH></DECLARATION></CIM>");
+    // The zero-filled QUALIFIER.DECLARATION is written with ISARRAY="FALSE".
+    EXPECT_EQ(gen(Gen_CIM, cim), golden("declaration.xml"));
     Free_CIM(cim);
 }
 
