@@ -31,15 +31,6 @@ TEST(AddToProeprtyList, RewritesExactBooleanWordsInTheCallersBuffer) {
     Free_Property(list);
 }
 
-TEST(AddToList, AppendsAtTheTailInCallOrder) {
-    Value* values = nullptr;
-    for (const char* v : {"1", "2", "3"}) ASSERT_EQ(AddToValueList(&values, v), 0);
-    std::string seen;
-    for (Value* v = values; v; v = v->next) seen += v->value;
-    EXPECT_EQ(seen, "123");
-    Free_Value(values);
-}
-
 TEST(AddToInstanceNameList, StoresClassAndKeysOnlyWithANamedClass) {
     InstanceName* list = nullptr;
     KeyBinding* keys = nullptr;
