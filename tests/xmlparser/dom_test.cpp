@@ -20,22 +20,12 @@ TEST(Dom, ReplyBecomesElementsAttributesAndTexts) {
         "    <PROPERTY.ARRAY NAME=\"A\" TYPE=\"uint8\">\n"
         "      <VALUE.ARRAY><VALUE>1</VALUE><VALUE/></VALUE.ARRAY>\n    </PROPERTY.ARRAY>\n"
         "  </INSTANCE>\n</CIM>\n";
-    DocPtr d = parse(reply);
-    ASSERT_TRUE(d);
-    const XMLNode* cim = d->root;
-    EXPECT_EQ(cim->type, XML_ELEMENT_NODE);
-    EXPECT_TRUE(!cim->parent && !cim->nextSibling);
     // Declaration, DOCTYPE, comment, PI and indentation leave no trace.
-    EXPECT_EQ(render(cim),
+    EXPECT_EQ(renderText(reply),
               "<CIM CIMVERSION='2.0' DTDVERSION='2.0'><INSTANCE CLASSNAME='CIM_Foo'>"
               "<PROPERTY NAME='Name' TYPE='string'><VALUE>foo</VALUE></PROPERTY>"
               "<PROPERTY.ARRAY NAME='A' TYPE='uint8'><VALUE.ARRAY><VALUE>1</VALUE><VALUE></VALUE>"
               "</VALUE.ARRAY></PROPERTY.ARRAY></INSTANCE></CIM>");
-    const XMLNode* prop = cim->firstChild->firstChild;
-    EXPECT_STREQ(prop->attributes->nextSibling->value, "string");
-    EXPECT_STREQ(prop->nextSibling->name, "PROPERTY.ARRAY");
-    EXPECT_EQ(prop->nextSibling->nextSibling, nullptr);
-    EXPECT_EQ(prop->firstChild->firstChild->type, XML_TEXT_NODE);
 }
 
 TEST(Dom, CharacterDataMergesAndCdataStandsAlone) {
@@ -84,10 +74,6 @@ TEST(Dom, OnlyPredefinedEntitiesAndCharacterReferencesAreDecoded) {
     doc += "]>\n<r a='&e;'>&e;|&x;|&a29;|&undeclared;</r>";
     EXPECT_EQ(renderText(doc), "<r a='&e;'>&e;|&x;|&a29;|&undeclared;</r>");
 }
-
-}  // namespace
-
-namespace {
 
 TEST(Dom, InPlaceParseGivesTheSameTreeAndErrors) {
     const std::string text =
