@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
@@ -465,6 +466,48 @@ TEST_F(Broker, EnumeratesInstancesDeepAndShallow) {
   auto classes = drain(cl->ft->enumClasses(cl, path("CIM_LogicalDevice"), 0, &last));
   ASSERT_EQ(classes.size(), 3u);
   EXPECT_EQ(classes[0].type, CIMC_class);
+}
+
+// An enumeration over several classes shapes each instance as getInstance
+// does (deep), or keeps only what the requested class declares (shallow).
+TEST_F(Broker, EnumeratedInstancesMatchTheirGetInstance) {
+  CIMCClient* cl = connect();
+  CIMCClass* base = cl->ft->getClass(cl, path("CIM_LogicalDevice"), 0, nullptr, &last);
+  ASSERT_NE(base, nullptr);
+  std::set<std::string> declared;
+  for (int k = 0, n = base->ft->getPropertyCount(base, nullptr); k < n; ++k) {
+    CIMCString* name = nullptr;
+    base->ft->getPropertyAt(base, k, &name, nullptr);
+    declared.insert(text(name));
+  }
+  auto namesAndTypes = [](CIMCInstance* i) {
+    std::vector<std::pair<std::string, CIMCType>> out;
+    for (int k = 0, n = i->ft->getPropertyCount(i, nullptr); k < n; ++k) {
+      CIMCString* name = nullptr;
+      CIMCData d = i->ft->getPropertyAt(i, k, &name, nullptr);
+      out.emplace_back(text(name), d.type);
+    }
+    return out;
+  };
+  std::set<std::string> classes;
+  for (CIMCFlags flags : {CIMCFlags(CIMC_FLAG_DeepInheritance), CIMCFlags(0)}) {
+    auto items = drain(cl->ft->enumInstances(cl, path("CIM_LogicalDevice"), flags, nullptr, &last));
+    ASSERT_EQ(items.size(), 6u);
+    for (const auto& item : items) {
+      CIMCInstance* i = item.value.inst;
+      CIMCObjectPath* op = i->ft->getObjectPath(i, nullptr);
+      classes.insert(text(op->ft->getClassName(op, nullptr)));
+      CIMCInstance* single = cl->ft->getInstance(cl, op, 0, nullptr, &last);
+      ASSERT_NE(single, nullptr) << text(last.msg);
+      auto want = namesAndTypes(single);
+      if (!flags) {
+        want.erase(std::remove_if(want.begin(), want.end(), [&](const auto& p) { return !declared.count(p.first); }),
+                   want.end());
+      }
+      EXPECT_EQ(namesAndTypes(i), want) << className(item) << (flags ? " deep" : " shallow");
+    }
+  }
+  EXPECT_EQ(classes.size(), 3u);
 }
 
 TEST_F(Broker, GetInstanceTypesEveryProperty) {
