@@ -17,6 +17,8 @@ const Class* parsedClass(CIM* root) {
 }
 
 TEST(Conversions, PropagatedArraySizeIsArraySortDirAndFlavor) {
+    // PROPAGATED counts only as a number, ISARRAY only as "TRUE", and a
+    // QUALIFIERFLAVOR attribute gives an empty flavor record: its text is lost.
     Parsed p = parseCapturing(imethodReply(
         "GetClass",
         "<CLASS NAME=\"C\"><PROPERTY NAME=\"a\" PROPAGATED=\"true\"/><PROPERTY NAME=\"b\" PROPAGATED=\"1\"/>"
@@ -26,28 +28,10 @@ TEST(Conversions, PropagatedArraySizeIsArraySortDirAndFlavor) {
         "<QUALIFIER.DECLARATION NAME=\"d1\" TYPE=\"string\" ISARRAY=\"true\"/>"
         "<QUALIFIER.DECLARATION NAME=\"d2\" ISARRAY=\"TRUE\" ARRAYSIZE=\"5\" QUALIFIERFLAVOR=\"x\"/>"
         "<QUALIFIER.DECLARATION NAME=\"d3\" ISARRAY=\"FALSE\"/>"));
-    const Class* c = parsedClass(p.root);
-    ASSERT_NE(c, nullptr);
-    const Property* pr = c->properties;
-    ASSERT_EQ(chainLength(pr), 3);
-    EXPECT_EQ(pr->propagated, 0);
-    EXPECT_EQ(pr->next->propagated, 1);
-    EXPECT_EQ(pr->next->next->propagated, 0);
-    EXPECT_EQ(c->propertyArrays->arraySize, 12);
-    EXPECT_EQ(c->propertyArrays->propagated, -3);
-    EXPECT_EQ(c->propertyArrays->next->arraySize, 0);
-    ASSERT_NE(c->qualifiers->qualifierFlavor, nullptr);  // empty record, text lost
-    const QualifierFlavor zero{};
-    EXPECT_EQ(std::memcmp(c->qualifiers->qualifierFlavor, &zero, sizeof zero), 0);
-    EXPECT_EQ(c->qualifiers->propagated, 1);
-
-    const QualifierDecl* qd = returnValueOf(p.root)->qualifierDecl;
-    ASSERT_EQ(chainLength(qd), 3);
-    EXPECT_EQ(qd->isArray, 0);
-    EXPECT_EQ(qd->next->isArray, 1);
-    EXPECT_EQ(qd->next->arraySize, 5);
-    EXPECT_NE(qd->next->qualifierFlavor, nullptr);
-    EXPECT_EQ(qd->next->next->isArray, 0);
+    EXPECT_EQ(dump(RecordId::IReturnValue, returnValueOf(p.root)),
+              "{qualifierDecl={name='d1' type='string'}{name='d2' isArray=1 arraySize=5 qualifierFlavor={}}{name='d3'} "
+              "cimClass={qualifiers={value={value='v'} name='q' propagated=1 qualifierFlavor={}} properties={name='a'}"
+              "{name='b' propagated=1}{name='c'} propertyArrays={name='d' arraySize=12 propagated=-3}{name='e'} name='C'}}");
     Free_CIM(p.root);
 }
 
@@ -107,11 +91,8 @@ TEST(Values, HostTextIsKeptWhole) {
         "x", "<OBJECTPATH><CLASSPATH><NAMESPACEPATH><HOST>" + host + "</HOST><LOCALNAMESPACEPATH><NAMESPACE NAME=\"a\"/>"
              "</LOCALNAMESPACEPATH></NAMESPACEPATH><CLASSNAME NAME=\"K\"/></CLASSPATH></OBJECTPATH>"
              "<OBJECTPATH><CLASSPATH><NAMESPACEPATH><HOST/></NAMESPACEPATH></CLASSPATH></OBJECTPATH>"));
-    const ObjectPath* op = returnValueOf(p.root)->objectPath;
-    ASSERT_EQ(chainLength(op), 2);
-    EXPECT_EQ(op->classPath->namespacePath->host, host);
-    EXPECT_STREQ(op->classPath->className->name, "K");
-    EXPECT_STREQ(op->next->classPath->namespacePath->host, "");
+    EXPECT_EQ(dump(RecordId::IReturnValue, returnValueOf(p.root)), "{objectPath={classPath={namespacePath={host='" + host +
+                  "' localNamespacePath={namespaces={name='a'}}} className={name='K'}}}{classPath={namespacePath={host=''}}}}");
     Free_CIM(p.root);
 }
 
@@ -127,29 +108,13 @@ const Value* embeddedValue(CIM* root) {
 }
 
 TEST(Embedded, OneRecordPerAttributeInDocumentOrder) {
+    // NAME and TYPE each get a property of their own, sharing the text.
     Parsed p = parseCapturing(embedded(
         "<INSTANCE CLASSNAME=\"Inner\"><PROPERTY NAME=\"A\" TYPE=\"string\"><VALUE>alpha</VALUE></PROPERTY>"
         "<PROPERTY NAME=\"B\" TYPE=\"uint8\"><VALUE>7</VALUE></PROPERTY><PROPERTY/></INSTANCE>"));
-    const Value* v = embeddedValue(p.root);
-    ASSERT_NE(v, nullptr);
-    EXPECT_EQ(v->value, nullptr);
-    EXPECT_EQ(v->embedded, 0);
-    ASSERT_NE(v->instance, nullptr);
-    EXPECT_STREQ(v->instance->className->name, "Inner");
-    const Property* pr = v->instance->properties;
-    ASSERT_EQ(chainLength(pr), 4);
-    const char* names[] = {"A", nullptr, "B", nullptr};
-    const char* types[] = {nullptr, "string", nullptr, "uint8"};
-    const char* texts[] = {"alpha", "alpha", "7", "7"};
-    for (int i = 0; i < 4; ++i, pr = pr->next) {
-        SCOPED_TRACE(i);
-        if (names[i]) EXPECT_STREQ(pr->name, names[i]);
-        else EXPECT_EQ(pr->name, nullptr);
-        if (types[i]) EXPECT_STREQ(pr->type, types[i]);
-        else EXPECT_EQ(pr->type, nullptr);
-        ASSERT_NE(pr->value, nullptr);
-        EXPECT_STREQ(pr->value->value, texts[i]);
-    }
+    EXPECT_EQ(dump(RecordId::Value, embeddedValue(p.root)),
+              "{instance={className={name='Inner'} properties={value={value='alpha'} name='A'}{value={value='alpha'} "
+              "type='string'}{value={value='7'} name='B'}{value={value='7'} type='uint8'}}}");
     Free_CIM(p.root);
 }
 
@@ -238,43 +203,30 @@ TEST(Builders, FailedAllocationsNeverCorruptTheTree) {
 }
 
 TEST(ParentLists, OddParentsAreKept) {
-    // CLASSNAME under INSTANCE; INSTANCE under ERROR (appended); an export
-    // parameter carrying a whole method response.
-    Parsed p = parseCapturing(
-        "<CIM CIMVERSION=\"2.0\"><MESSAGE ID=\"1\"><SIMPLERSP><IMETHODRESPONSE NAME=\"x\"><ERROR CODE=\"1\">"
-        "<INSTANCE CLASSNAME=\"E1\"/><INSTANCE CLASSNAME=\"E2\"><CLASSNAME NAME=\"Replaced\"/></INSTANCE></ERROR>"
-        "</IMETHODRESPONSE></SIMPLERSP></MESSAGE></CIM>");
-    ASSERT_NE(p.root, nullptr);
-    const Error* e = p.root->message->simpleRsp->iMethodResponse->error;
-    ASSERT_NE(e, nullptr);
-    ASSERT_EQ(chainLength(e->instance), 2);
-    EXPECT_STREQ(e->instance->className->name, "E1");
-    EXPECT_STREQ(e->instance->next->className->name, "Replaced");
-    Free_CIM(p.root);
-
-    Parsed x = parseCapturing(
-        "<CIM CIMVERSION=\"2.0\"><MESSAGE ID=\"2\"><SIMPLEEXPREQ><EXPMETHODCALL NAME=\"ExportIndication\">"
-        "<EXPPARAMVALUE NAME=\"a\"><INSTANCE CLASSNAME=\"Ind\"/></EXPPARAMVALUE><EXPPARAMVALUE NAME=\"b\">"
-        "<METHODRESPONSE NAME=\"m\"><RETURNVALUE><VALUE>0</VALUE></RETURNVALUE></METHODRESPONSE></EXPPARAMVALUE>"
-        "</EXPMETHODCALL></SIMPLEEXPREQ></MESSAGE></CIM>");
-    ASSERT_NE(x.root, nullptr);
-    const ExpMethodCall* call = x.root->message->simpleExpReq->expMethodCall;
-    ASSERT_NE(call, nullptr);
-    ASSERT_EQ(chainLength(call->expParamValues), 2);
-    EXPECT_STREQ(call->expParamValues->instance->className->name, "Ind");
-    EXPECT_STREQ(call->expParamValues->next->methodResponse->returnValue->value->value, "0");
-    Free_CIM(x.root);
-
-    // MULTIRSP holds its SIMPLERSPs in order.
-    Parsed m = parseCapturing(
-        "<CIM CIMVERSION=\"2.0\"><MESSAGE ID=\"3\"><MULTIRSP><SIMPLERSP><IMETHODRESPONSE NAME=\"a\"/></SIMPLERSP>"
-        "<SIMPLERSP><IMETHODRESPONSE NAME=\"b\"/></SIMPLERSP></MULTIRSP></MESSAGE></CIM>");
-    ASSERT_NE(m.root, nullptr);
-    const SimpleRsp* r = m.root->message->multiRsp->simpleRsps;
-    ASSERT_EQ(chainLength(r), 2);
-    EXPECT_STREQ(r->iMethodResponse->name, "a");
-    EXPECT_STREQ(r->next->iMethodResponse->name, "b");
-    Free_CIM(m.root);
+    const char* cases[][2] = {
+        // CLASSNAME under INSTANCE; INSTANCE under ERROR (appended).
+        {"<SIMPLERSP><IMETHODRESPONSE NAME=\"x\"><ERROR CODE=\"1\"><INSTANCE CLASSNAME=\"E1\"/><INSTANCE CLASSNAME=\"E2\">"
+         "<CLASSNAME NAME=\"Replaced\"/></INSTANCE></ERROR></IMETHODRESPONSE></SIMPLERSP>",
+         "{id='1' simpleRsp={iMethodResponse={name='x' error={instance={className={name='E1'}}{className={name='Replaced'}} "
+         "code='1'}}}}"},
+        // An export parameter carrying a whole method response.
+        {"<SIMPLEEXPREQ><EXPMETHODCALL NAME=\"ExportIndication\"><EXPPARAMVALUE NAME=\"a\">"
+         "<INSTANCE CLASSNAME=\"Ind\"/></EXPPARAMVALUE><EXPPARAMVALUE NAME=\"b\"><METHODRESPONSE NAME=\"m\">"
+         "<RETURNVALUE><VALUE>0</VALUE></RETURNVALUE></METHODRESPONSE></EXPPARAMVALUE></EXPMETHODCALL></SIMPLEEXPREQ>",
+         "{id='1' simpleExpReq={expMethodCall={name='ExportIndication' expParamValues={name='a' instance={className="
+         "{name='Ind'}}}{name='b' methodResponse={name='m' returnValue={value={value='0'}}}}}}}"},
+        // MULTIRSP holds its SIMPLERSPs in order.
+        {"<MULTIRSP><SIMPLERSP><IMETHODRESPONSE NAME=\"a\"/></SIMPLERSP><SIMPLERSP>"
+         "<IMETHODRESPONSE NAME=\"b\"/></SIMPLERSP></MULTIRSP>",
+         "{id='1' multiRsp={simpleRsps={iMethodResponse={name='a'}}{iMethodResponse={name='b'}}}}"},
+    };
+    for (const auto& c : cases) {
+        Parsed p = parseCapturing(std::string("<CIM CIMVERSION=\"2.0\"><MESSAGE ID=\"1\">") + c[0] +
+                                  "</MESSAGE></CIM>");
+        ASSERT_NE(p.root, nullptr);
+        EXPECT_EQ(dump(RecordId::Message, p.root->message), c[1]);
+        Free_CIM(p.root);
+    }
 }
 
 TEST(Builders, DirectCallsBuildAndLinkLikeTheWalk) {
