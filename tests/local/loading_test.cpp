@@ -44,12 +44,17 @@ TEST(Loading, FactoryOutcomeIsPassedBackAndTheHandleStored) {
     EXPECT_STREQ(msg, "TraceOnly: no environment");
     std::free(msg);
 
+    // A loaded environment: the handle stored, the message cleared, the trace set.
+    EnvScope trace("SFCB_TRACE", "0");
+    auto* debug = static_cast<int*>(dlsym(dlopen("libcimcClientSfcbLocal.so", RTLD_NOW), "_sfcb_debug"));
     msg = reinterpret_cast<char*>(0x1);
     CIMCEnv* env = getCIMCEnv("SfcbLocal", 0, &rc, &msg);
     ASSERT_NE(env, nullptr);
     EXPECT_EQ(rc, 0);
     EXPECT_EQ(msg, nullptr);
     EXPECT_EQ(env->hdl, dlopen("libcimcClientSfcbLocal.so", RTLD_NOW | RTLD_NOLOAD));
+    EXPECT_EQ(*debug, 1);
+    *debug = 0;
     env->ft->release(env);
 }
 
@@ -78,18 +83,6 @@ TEST(Loading, TraceVariablesAreWrittenOnlyWhenBothExist) {
         EXPECT_EQ(*debug, c.debug);
         *debug = 0;
     }
-}
-
-TEST(Loading, EnvironmentLoadSetsTheTrace) {
-    EnvScope trace("SFCB_TRACE", "0");
-    auto* debug = static_cast<int*>(dlsym(dlopen("libcimcClientSfcbLocal.so", RTLD_NOW), "_sfcb_debug"));
-    int rc = -1;
-    char* msg = nullptr;
-    CIMCEnv* env = getCIMCEnv("SfcbLocal", 0, &rc, &msg);
-    ASSERT_NE(env, nullptr);
-    EXPECT_EQ(*debug, 1);
-    *debug = 0;
-    env->ft->release(env);
 }
 
 TEST(Loading, DebugLinesCarryTheCategoryAndPid) {

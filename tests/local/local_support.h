@@ -13,21 +13,17 @@
 #include <string>
 #include <vector>
 
-#include "cimxml/lifecycle.h"
+#include "../xmlops/records.h"
 #include "cimxml/local.h"
 #include "rtlog.h"
 
 namespace localtest {
 
-template <typename T>
-T* make() { return static_cast<T*>(std::calloc(1, sizeof(T))); }
-inline char* dup(const char* s) { return s ? strdup(s) : nullptr; }
-
-inline ClassName* className(const char* name) {
-    auto* c = make<ClassName>();
-    c->name = dup(name);
-    return c;
-}
+using opt::className;
+using opt::count;
+using opt::instanceName;
+using opt::make;
+inline char* dup(const char* s) { return opt::s(s); }
 template <class T>
 T* chain(std::initializer_list<T*> nodes) {
     T* head = nullptr;
@@ -61,20 +57,6 @@ inline PropertyArray* propertyArray(const char* name, const char* type, Value* e
     p->valueArray->value = elements;
     return p;
 }
-inline InstanceName* instanceName(const char* cls, std::initializer_list<std::pair<const char*, const char*>> keys) {
-    auto* in = make<InstanceName>();
-    in->className = className(cls);
-    KeyBinding** tail = &in->keyBindings;
-    for (const auto& k : keys) {
-        *tail = make<KeyBinding>();
-        (*tail)->name = dup(k.first);
-        (*tail)->keyValue = make<KeyValue>();
-        (*tail)->keyValue->value = dup(k.second);
-        (*tail)->keyValue->valueType = dup("string");
-        tail = &(*tail)->next;
-    }
-    return in;
-}
 inline ParamValue* param(const char* name, const char* type, const char* text) {
     auto* p = make<ParamValue>();
     p->name = dup(name);
@@ -82,13 +64,6 @@ inline ParamValue* param(const char* name, const char* type, const char* text) {
     if (text) p->value = values({text});
     return p;
 }
-template <class T>
-int count(const T* list) {
-    int n = 0;
-    for (; list; list = list->next) ++n;
-    return n;
-}
-
 // An environment variable for one scope.
 class EnvScope {
 public:

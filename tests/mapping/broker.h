@@ -15,7 +15,7 @@
 #include <utility>
 #include <vector>
 
-#include "cimxml/lifecycle.h"
+#include "../xmlops/records.h"
 #include "cimxml/local.h"
 #include "model/alloc.h"
 
@@ -112,18 +112,8 @@ int failEachAllocation(Step step) {
     return failures;
 }
 
-template <typename T>
-const T* named(const T* chain, const char* name) {
-    for (; chain; chain = chain->next)
-        if (chain->name && std::strcmp(chain->name, name) == 0) return chain;
-    return nullptr;
-}
-template <typename T>
-int count(const T* chain) {
-    int n = 0;
-    for (; chain; chain = chain->next) ++n;
-    return n;
-}
+using opt::count;
+using opt::named;
 inline std::string text(const Value* v) { return v && v->value ? v->value : "<none>"; }
 inline std::string valueOf(const Property* p) { return text(p ? p->value : nullptr); }
 inline Strings texts(const ValueArray* a) {

@@ -100,23 +100,9 @@ TEST_F(MockCimom, ClassesMatchTheRepository) {
     Free_Class(cls);
 }
 
-TEST_F(MockCimom, InstancesMatchTheRepository) {
-    ClassName* cpu = className("CIM_Processor");
-    NamedInstance* list = EnumerateInstances(handle_, cpu, 2, 1, 2, 2, nullptr, &error_);
-    auto instances = repo().instancesOf(kNs, "CIM_Processor");
-    ASSERT_EQ(count(list), static_cast<int>(instances.size()));
-    for (const NamedInstance* n = list; n; n = n->next) {
-        EXPECT_STREQ(n->instanceName->className->name, "Mock_Processor");
-        EXPECT_EQ(count(n->instanceName->keyBindings), 4);
-        for (const auto& p : instances)
-            if (p.instance.findProperty("DeviceID")->value.texts[0] == key(n->instanceName, "DeviceID"))
-                expectSameAsRepository(n->instance, p.instance);
-    }
-    ClassName* device = className("CIM_LogicalDevice");
-    InstanceName* names = EnumerateInstanceNames(handle_, device, &error_);
-    EXPECT_EQ(count(names), static_cast<int>(repo().instanceNames(kNs, "CIM_LogicalDevice").size()));
-
-    // Every type, arrays, the embedded instance and the reference.
+// Every type, arrays, the embedded instance and the reference; the
+// enumerations are compared with the local back end by the scenario suite.
+TEST_F(MockCimom, InstanceMatchesTheRepository) {
     InstanceName* all = instanceName("Mock_AllTypes", {{"InstanceID", "mock:alltypes:1"}});
     Instance* inst = GetInstance(handle_, all, 0, 0, 0, nullptr, &error_);
     expectSameAsRepository(inst, *repo().findInstance(
@@ -127,12 +113,8 @@ TEST_F(MockCimom, InstancesMatchTheRepository) {
     const PropertyReference* ref = named(inst->propertyReferences, "PReference");
     ASSERT_TRUE(ref && ref->valueReference && ref->valueReference->instancePath);
     EXPECT_EQ(key(ref->valueReference->instancePath->instanceName, "Name"), "mock-server.example.com");
-    Free_NamedInstance(list);
-    Free_InstanceName(names);
     Free_Instance(inst);
     Free_InstanceName(all);
-    Free_ClassName(cpu);
-    Free_ClassName(device);
 }
 
 TEST_F(MockCimom, AssociationsBothWays) {
@@ -148,12 +130,6 @@ TEST_F(MockCimom, AssociationsBothWays) {
         EXPECT_EQ(text(o->instance, "DeviceID"), key(o->instancePath->instanceName, "DeviceID"));
     }
     EXPECT_EQ(ids, (Names{"CPU0", "CPU1", "disk0", "disk1", "eth0", "eth1"}));
-    ObjectWithPath* back = Associators(handle_, cpu, assoc, nullptr, nullptr, nullptr, 2, 2, nullptr, &error_);
-    ASSERT_EQ(count(back), 1);
-    EXPECT_EQ(text(back->instance, "Name"), "mock-server.example.com");
-    ObjectPath* paths = AssociatorNames(handle_, cpu, nullptr, nullptr, nullptr, nullptr, &error_);
-    ASSERT_TRUE(count(paths) == 1 && paths->instancePath);
-    EXPECT_STREQ(paths->instancePath->instanceName->className->name, "Mock_ComputerSystem");
     ObjectWithPath* refs = References(handle_, cpu, assoc, "PartComponent", 2, 2, nullptr, &error_);
     ASSERT_EQ(count(refs), 1);
     EXPECT_STREQ(refs->instance->className->name, "CIM_SystemDevice");
@@ -163,8 +139,6 @@ TEST_F(MockCimom, AssociationsBothWays) {
     // client does not take: NULL without an error.
     EXPECT_EQ(ReferenceNames(handle_, system, assoc, nullptr, &error_), nullptr);
     Free_ObjectWithPath(devices);
-    Free_ObjectWithPath(back);
-    Free_ObjectPath(paths);
     Free_ObjectWithPath(refs);
     Free_ObjectName(system);
     Free_ObjectName(cpu);
