@@ -144,6 +144,14 @@ TEST(AddToList, AllocationFailuresAreReportedAndFreeable) {
         if (rc != 0) {
             EXPECT_TRUE(list == nullptr || list->valueReference == nullptr);
         }
+        if (rc == 0) {  // whole: no failure was taken for success
+            const LocalInstancePath* path = list->valueReference ? list->valueReference->localInstancePath : nullptr;
+            ASSERT_TRUE(path && path->localNamespacePath && path->localNamespacePath->namespaces &&
+                        path->localNamespacePath->namespaces->next && path->instanceName && path->instanceName->className);
+            EXPECT_STREQ(path->localNamespacePath->namespaces->next->name, "cimv2");
+            EXPECT_STREQ(path->instanceName->className->name, "CIM_X");
+            EXPECT_EQ(path->instanceName->keyBindings, refKeys);
+        }
         Free_KeyBinding(list);
         if (rc != 0) Free_KeyBinding(refKeys);
         if (rc == 0) break;

@@ -87,6 +87,7 @@ TEST(FreeHeader, LeavesTheReturnValueChildrenAndFreesTheBareNode) {
     rsp->iMethodResponse->error = error;
 
     EXPECT_EQ(Free_Header(cim), 0);
+    EXPECT_EQ(Free_Header(nullptr), 0);
     // The result and the error were handed out: both must still be intact.
     EXPECT_NE(result->instance, nullptr);
     EXPECT_NE(result->next, nullptr);

@@ -21,20 +21,18 @@ std::string enumerateReply() {
     return imethodReply("EnumerateInstances", one + one);
 }
 
-TEST(Layout, CompactLineBrokenAndIndentedGiveEqualTrees) {
+TEST(Layout, CompactAndLineBrokenGiveEqualTrees) {
     std::string compact = enumerateReply();
     Parsed a = parseCapturing(compact);
     ASSERT_NE(a.root, nullptr);
     ASSERT_EQ(chainLength(returnValueOf(a.root)->namedInstance), 2);
-    for (const std::string& text : {lineBroken(compact), indented(compact)}) {
-        SCOPED_TRACE(text.substr(0, 400));
-        Parsed b = parseCapturing(text);
-        ASSERT_NE(b.root, nullptr);
-        ASSERT_NE(b.root, a.root);
-        EXPECT_EQ(dump(RecordId::CIM, b.root), dump(RecordId::CIM, a.root));
-        EXPECT_EQ(b.out, "");
-        Free_CIM(b.root);
-    }
+    // Indentation adds nothing more: the DOM drops whitespace between elements.
+    Parsed b = parseCapturing(lineBroken(compact));
+    ASSERT_NE(b.root, nullptr);
+    ASSERT_NE(b.root, a.root);
+    EXPECT_EQ(dump(RecordId::CIM, b.root), dump(RecordId::CIM, a.root));
+    EXPECT_EQ(b.out, "");
+    Free_CIM(b.root);
     Free_CIM(a.root);
 }
 

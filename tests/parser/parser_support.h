@@ -29,34 +29,6 @@ inline std::string lineBroken(const std::string& compact) {
     return out;
 }
 
-// Pretty-printed: every tag on its own line, indented by depth; text stays
-// beside its tags. Not for texts holding CDATA sections.
-inline std::string indented(const std::string& compact) {
-    std::string out;
-    int depth = 0;
-    bool afterText = false;
-    for (std::size_t i = 0; i < compact.size();) {
-        if (compact[i] != '<') {
-            std::size_t j = compact.find('<', i);
-            out.append(compact, i, j - i);
-            i = j;
-            afterText = true;
-            continue;
-        }
-        std::size_t j = compact.find('>', i) + 1;
-        std::string tag = compact.substr(i, j - i);
-        i = j;
-        bool closing = tag[1] == '/';
-        bool leaf = tag[tag.size() - 2] == '/' || tag[1] == '?';
-        if (closing) --depth;
-        if (!out.empty() && !(closing && afterText)) out += "\n" + std::string(static_cast<std::size_t>(depth) * 2, ' ');
-        out += tag;
-        if (!closing && !leaf) ++depth;
-        afterText = false;
-    }
-    return out;
-}
-
 // A record tree on one line, from the record descriptors: {field=value ...}
 // per node, NULL pointers and zero numbers left out, strings quoted, list
 // nodes back to back. Equal dumps are equal trees.
