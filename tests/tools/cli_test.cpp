@@ -95,12 +95,10 @@ TEST_F(Cli, EachCommandAnswers) {
     };
     const Case cases[] = {
         {{"class", "names", "CIM_LogicalDevice", "--deep-inheritance"}, "Mock_NetworkPort\n"},
-        {{"class", "get", "CIM_Processor", "--no-local-only"}, "class CIM_Processor : CIM_LogicalDevice {"},
         {{"class", "get", "Mock_AllTypes", "--include-qualifiers"}, "[In, Out] string S,"},
         {{"class", "enumerate", "CIM_LogicalDevice"}, "class CIM_DiskDrive : CIM_LogicalDevice {"},
         {{"instance", "names", "CIM_Processor"}, kCpu0 + "\n"},
         {{"instance", "enumerate", "CIM_Processor"}, "ElementName = \"Processor 0\";"},
-        {{"instance", "get", kCpu0}, "instance of Mock_Processor {"},
         {{"instance", "get", R"(Mock_AllTypes.InstanceID="mock:alltypes:1")"}, "PUint8Array = {0, 127, 255};"},
         {{"assoc", "associators", kSystem, "--assoc-class", "CIM_SystemDevice", "--result-class", "CIM_DiskDrive"},
          "DeviceID = \"disk1\";"},
@@ -235,9 +233,7 @@ TEST_F(Cli, JsonAndXmlShapes) {
     const std::vector<std::vector<std::string>> xmlCommands = {
         {"instance", "enumerate", "Mock_AllTypes"},
         {"class", "get", "Mock_AllTypes", "--include-qualifiers"},
-        {"assoc", "references", kCpu0},
         {"assoc", "associator-names", kSystem},
-        {"instance", "names", "CIM_Processor"},
         {"method", "invoke", "Mock_AllTypes", "Echo", "S=<&>", "Ref=" + kCpu0},
     };
     for (auto args : xmlCommands) {
@@ -275,7 +271,6 @@ TEST_F(Cli, FailuresHaveTheirExitCodes) {
          "authentication failed for user 'admin'"},
         {"no password", {"--port", authPort, "-u", "admin", "class", "names"}, {}, 3, "HTTP 401"},
         {"closed port", {"--port", "1", "class", "names"}, {}, 4, "no reply from 127.0.0.1:1"},
-        {"closed port, delete", {"--port", "1", "instance", "delete", kCpu0}, {}, 4, "no reply"},
         {"closed port, invoke", {"--port", "1", "method", "invoke", "Mock_AllTypes", "ReturnCode"}, {}, 4,
          "no reply"},
         {"unknown host", {"--host", "no-such-host.invalid", "class", "names"}, {}, 4, "cannot resolve host"},
@@ -286,8 +281,6 @@ TEST_F(Cli, FailuresHaveTheirExitCodes) {
         {"bad output", {"-o", "yaml", "class", "names"}, {}, 2, "yaml"},
         {"bad path", {"--port", port, "instance", "get", "CIM_Foo.Name=x"}, {}, 2, "strings need double quotes"},
         {"class as path", {"--port", port, "instance", "delete", "CIM_Foo"}, {}, 2, "names a class"},
-        {"create, unknown class", {"--port", port, "instance", "create", "No_Such", "X=1"}, {}, 1,
-         "CIM_ERR_NOT_FOUND"},
         {"create, unknown property", {"--port", port, "instance", "create", "Mock_Processor", "Nope=1"}, {}, 2,
          "class Mock_Processor has no property Nope"},
         {"bad value", {"--port", port, "method", "invoke", "Mock_AllTypes", "Echo", "U32=-1"}, {}, 2, "not a uint32"},

@@ -25,15 +25,12 @@ TEST(PathParse, ReadsWhatUsersWrite) {
     const PathCase cases[] = {
         {"CIM_Foo", "", "", "CIM_Foo", {}},
         {R"(CIM_Foo.Name="x",Id=3)", "", "", "CIM_Foo", {{"Name", K::String, "x"}, {"Id", K::Number, "3"}}},
-        {R"(CIM_Foo.Name="a,b=c")", "", "", "CIM_Foo", {{"Name", K::String, "a,b=c"}}},
         {R"(CIM_Foo.Name="say \"hi\" \\ bye")", "", "", "CIM_Foo", {{"Name", K::String, "say \"hi\" \\ bye"}}},
         {R"(CIM_Foo.Name="line\nnext\ttab")", "", "", "CIM_Foo", {{"Name", K::String, "line\nnext\ttab"}}},
-        {R"(CIM_Foo.Name="")", "", "", "CIM_Foo", {{"Name", K::String, ""}}},
         {"CIM_Foo.On=TRUE,Off=false", "", "", "CIM_Foo", {{"On", K::Boolean, "true"}, {"Off", K::Boolean, "false"}}},
         {"CIM_Foo.N=-12,R=1.5e3", "", "", "CIM_Foo", {{"N", K::Number, "-12"}, {"R", K::Number, "1.5e3"}}},
         {R"(root/cimv2:CIM_Foo.Id=1)", "", "root/cimv2", "CIM_Foo", {{"Id", K::Number, "1"}}},
         {R"(//localhost/root/cimv2:CIM_Foo.Id=1)", "localhost", "root/cimv2", "CIM_Foo", {{"Id", K::Number, "1"}}},
-        {R"(CIM_Assoc.Ref="CIM_Bar.Id=\"1\"")", "", "", "CIM_Assoc", {{"Ref", K::Reference, R"(CIM_Bar.Id="1")"}}},
         {R"(CIM_Assoc.A="root/x:CIM_Bar.Id=\"a,b\"",B=2)", "", "", "CIM_Assoc",
          {{"A", K::Reference, R"(root/x:CIM_Bar.Id="a,b")"}, {"B", K::Number, "2"}}},
         // A reference inside a reference: two levels of escapes.
@@ -67,7 +64,6 @@ TEST(PathParse, ReadsWhatUsersWrite) {
 TEST(PathParse, RejectsBadInputWithItsColumn) {
     const std::pair<const char*, const char*> cases[] = {
         {"", "expected a class name at column 1"},
-        {"9Foo", "expected a class name at column 1"},
         {"CIM_Foo.", "expected a key name at column 9"},
         {"CIM_Foo.Name", "expected '=' after the key name at column 13"},
         {R"(CIM_Foo.Name="x)", "unterminated string at column 14"},
@@ -128,18 +124,15 @@ TEST(Values, TypedByDeclaration) {
         {"a,b", "string", {"a,b"}, false},  // a scalar keeps its commas
         {"NULL", "string", {}, true},
         {R"("NULL")", "string", {"NULL"}, false},
-        {"42", "uint32", {"42"}, false},
         {"0xff", "uint8", {"0xff"}, false},
         {"-128", "sint8", {"-128"}, false},
         {"18446744073709551615", "uint64", {"18446744073709551615"}, false},
         {"TRUE", "boolean", {"true"}, false},
         {"-2.5e3", "real64", {"-2.5e3"}, false},
         {"20240101120000.000000+000", "datetime", {"20240101120000.000000+000"}, false},
-        {"a,b,c", "string[]", {"a", "b", "c"}, false},
         {R"([a, "b,c", "d\"e"])", "string[]", {"a", "b,c", "d\"e"}, false},
         {"[]", "uint16[]", {}, false},
         {"[1,2,3]", "uint16[]", {"1", "2", "3"}, false},
-        {"true,false", "boolean[]", {"true", "false"}, false},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(std::string(c.text) + " as " + c.type);
@@ -151,11 +144,10 @@ TEST(Values, TypedByDeclaration) {
 
 TEST(Values, RejectsWhatTheTypeCannotHold) {
     const std::pair<const char*, const char*> cases[] = {
-        {"256", "uint8"},       {"-1", "uint32"},    {"128", "sint8"},     {"12abc", "uint16"},
-        {"", "uint32"},         {"yes", "boolean"},  {"1.2.3", "real32"},  {"nan", "real64"},
-        {"2024", "datetime"},   {"", "char16"},      {"[1,x]", "uint8[]"}, {"[1,2", "uint8[]"},
-        {R"("open)", "string"}, {"Bad Path", "ref"}, {R"("x"y)", "string[]"},
-        {"99999999999999999999", "uint64"},
+        {"256", "uint8"},   {"-1", "uint32"},     {"128", "sint8"},    {"12abc", "uint16"}, {"", "uint32"},
+        {"yes", "boolean"}, {"1.2.3", "real32"},  {"nan", "real64"},   {"2024", "datetime"}, {"", "char16"},
+        {"[1,x]", "uint8[]"}, {"[1,2", "uint8[]"}, {R"("open)", "string"}, {"Bad Path", "ref"},
+        {R"("x"y)", "string[]"}, {"99999999999999999999", "uint64"},
     };
     for (const auto& [text, type] : cases) {
         SCOPED_TRACE(std::string(text) + " as " + type);
@@ -206,7 +198,6 @@ TEST(Url, FillsWhatItNames) {
 
 TEST(XmlEscape, EscapesTheFiveCharacters) {
     EXPECT_EQ(xmlEscape(R"(a<b>&"c"'d')"), "a&lt;b&gt;&amp;&quot;c&quot;&apos;d&apos;");
-    EXPECT_EQ(xmlEscape("plain"), "plain");
 }
 
 }  // namespace

@@ -242,19 +242,4 @@ TEST_F(MockCimom, FailuresReachErrorOut) {
     Free_InstanceName(gone);
 }
 
-TEST_F(MockCimom, ReferenceNamesWrapsInstanceNames) {
-    cimmock::ServerOptions options;
-    options.referenceNamesAsInstanceNames = true;
-    Free_client_Configuration(handle_);
-    start(options);
-    ObjectName* system = objectName(computerSystem());
-    ObjectPath* refs = ReferenceNames(handle_, system, nullptr, "GroupComponent", &error_);
-    ASSERT_NE(refs, nullptr);
-    EXPECT_TRUE(!refs->next && !refs->classPath && refs->instancePath && !refs->instancePath->namespacePath);
-    EXPECT_EQ(count(refs->instancePath->instanceName), 6);
-    EXPECT_STREQ(refs->instancePath->instanceName->className->name, "CIM_SystemDevice");
-    Free_ObjectPath(refs);
-    Free_ObjectName(system);
-}
-
 }  // namespace
