@@ -18,7 +18,7 @@
 
 using cimxml::newRecord;
 using cimxml::zalloc;
-using cimxml::local::charsValue;
+using cimxml::local::charsArg;
 using cimxml::local::release;
 
 namespace {
@@ -487,8 +487,7 @@ int CIMC_CreateInstance(InstanceName** result, Instance* newInstance, const char
             return onPath(s, true, nameSpace, className, nullptr, [&](CIMCObjectPath* path) {
                 for (Property* p = newInstance->properties; p; p = p->next) {
                     if (!p->name || !isCreationKey(p->name) || !p->value || !p->value->value) continue;
-                    CIMCValue key = charsValue(p->value->value);
-                    path->ft->addKey(path, p->name, &key, CIMC_chars);
+                    path->ft->addKey(path, p->name, charsArg(p->value->value), CIMC_chars);
                 }
                 CIMCInstance* instance = brokerInstance(s, path, newInstance);
                 if (!instance) return Outcome::Failure;

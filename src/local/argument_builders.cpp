@@ -239,8 +239,7 @@ int CDATASectionHandler(Property* properties, PropertyArray* propertyArrays, CIM
             instance->ft->setProperty(instance, p->name, &value, CIMC_dateTime);
             release(value.dateTime);
         } else if (std::strcmp(p->type, "string") == 0) {
-            value = charsValue(text);
-            instance->ft->setProperty(instance, p->name, &value, CIMC_chars);
+            instance->ft->setProperty(instance, p->name, charsArg(text), CIMC_chars);
         }
         // Only these six types are carried into an embedded instance; the
         // other types are left out on purpose.
@@ -268,8 +267,7 @@ int CDATASectionHandler(Property* properties, PropertyArray* propertyArrays, CIM
         for (const Value* v = head; v && index < count; v = v->next, ++index) {
             if (!v->value) continue;
             if (isString) {
-                CIMCValue element = charsValue(v->value);
-                array->ft->setElementAt(array, index, &element, CIMC_chars);
+                array->ft->setElementAt(array, index, charsArg(v->value), CIMC_chars);
             } else {
                 CIMCValue element = zeroValue();
                 integerValue(CIMC_uint16, v->value, &element);

@@ -55,15 +55,9 @@ inline CIMCBoolean booleanValue(const char* text) {
     return text && std::strcmp(text, "TRUE") == 0 ? 1 : 0;
 }
 
-// Character data (the chars type) for the broker: a value whose chars
-// member points at the caller's text, the way the broker library and
-// CIMC_AddKeyValues pass it. The text is not copied.
-inline CIMCValue charsValue(const char* text) {
-    CIMCValue v;
-    std::memset(&v, 0, sizeof v);
-    v.chars = const_cast<char*>(text);
-    return v;
-}
+// Character data (the chars type) goes to the broker as the text itself in
+// place of a value union, as brokers read it.
+inline const CIMCValue* charsArg(const char* text) { return reinterpret_cast<const CIMCValue*>(text); }
 
 template <typename T>
 inline void release(T* object) {

@@ -52,8 +52,7 @@ int CIMC_Handle_Modify_Properties(Property* property, CIMCInstance* instance, CI
         setProperty(instance, name, &value, CIMC_dateTime);
         release(dt);
     } else if (std::strcmp(type, "string") == 0) {
-        value = charsValue(text);
-        setProperty(instance, name, text ? &value : nullptr, CIMC_chars);
+        setProperty(instance, name, text ? charsArg(text) : nullptr, CIMC_chars);
     }
     // Real, char16 and reference types are not written by this path.
     return 0;
@@ -82,8 +81,7 @@ int CIMC_Handle_Modify_PropertieArray(PropertyArray* property, CIMCInstance* ins
             // cut to 511 bytes rather than overrun it.
             char buffer[kStringElementBuffer] = {0};
             std::strncpy(buffer, v->value, sizeof buffer - 1);
-            CIMCValue element = charsValue(buffer);
-            array->ft->setElementAt(array, index, &element, CIMC_chars);
+            array->ft->setElementAt(array, index, charsArg(buffer), CIMC_chars);
         } else {
             CIMCValue element;
             std::memset(&element, 0, sizeof element);

@@ -160,7 +160,8 @@ int addValueKey(CIMCObjectPath* op, const char* keyName, const KeyValue* kv, CIM
     std::memset(&v, 0, sizeof v);
     CIMCDateTime* dt = nullptr;
     if (type == CIMC_chars) {
-        v.chars = kv->value;
+        // Character data goes as the text itself in place of a value union.
+        return op->ft->addKey(op, keyName, reinterpret_cast<const CIMCValue*>(kv->value), type).rc == 0 ? 0 : -1;
     } else if (type == CIMC_boolean) {
         if (iequals(kv->value, "TRUE")) v.boolean = 1;
         else if (!iequals(kv->value, "FALSE")) return -1;

@@ -22,6 +22,9 @@
 
 namespace {
 
+// Character data goes to the broker as the text itself, in place of a value.
+CIMCValue* asChars(char* text) { return reinterpret_cast<CIMCValue*>(text); }
+
 const std::string kDir = MOCK_BROKER_DIR;
 const std::string kLib = kDir + "/libcimcClientSfcbLocal.so";
 
@@ -76,7 +79,7 @@ protected:
     for (auto& [k, v] : keys) {
       CIMCValue val{};
       val.chars = const_cast<char*>(v);
-      op->ft->addKey(op, k, &val, CIMC_chars);
+      op->ft->addKey(op, k, asChars(val.chars), CIMC_chars);
     }
     return op;
   }
@@ -219,14 +222,14 @@ TEST_F(Broker, ObjectPathKeysAndText) {
   CIMCObjectPath* op = env->ft->newObjectPath(env, "root/cimv2", "Mock_Processor", nullptr);
   CIMCValue v{};
   v.chars = const_cast<char*>("CPU \"0\"");
-  op->ft->addKey(op, "DeviceID", &v, CIMC_chars);
+  op->ft->addKey(op, "DeviceID", asChars(v.chars), CIMC_chars);
   v.uint32 = 3;
   op->ft->addKey(op, "Num", &v, CIMC_uint32);
   v.boolean = 1;
   op->ft->addKey(op, "On", &v, CIMC_boolean);
   CIMCObjectPath* inner = env->ft->newObjectPath(env, "root/cimv2", "CIM_X", nullptr);
   v.chars = const_cast<char*>("a");
-  inner->ft->addKey(inner, "K", &v, CIMC_chars);
+  inner->ft->addKey(inner, "K", asChars(v.chars), CIMC_chars);
   v.ref = inner;
   op->ft->addKey(op, "Ref", &v, CIMC_ref);
   inner->ft->release(inner);  // the key holds its own copy
@@ -263,7 +266,7 @@ TEST_F(Broker, ObjectsMadeFromOneAnotherChangeAlone) {
   CIMCInstance* copy = a->ft->clone(a, nullptr);
   CIMCValue v{};
   v.chars = const_cast<char*>("changed");
-  ASSERT_EQ(a->ft->setProperty(a, "ElementName", &v, CIMC_chars).rc, 0);
+  ASSERT_EQ(a->ft->setProperty(a, "ElementName", asChars(v.chars), CIMC_chars).rc, 0);
   EXPECT_EQ(text(prop(a, "ElementName").value.string), "changed");
   EXPECT_NE(text(prop(b, "ElementName").value.string), "changed");
   EXPECT_NE(text(prop(copy, "ElementName").value.string), "changed");
@@ -275,7 +278,7 @@ TEST_F(Broker, ObjectsMadeFromOneAnotherChangeAlone) {
   // A path taken from an instance, and a reference value taken from a path.
   CIMCObjectPath* op = b->ft->getObjectPath(b, nullptr);
   v.chars = const_cast<char*>("CPU9");
-  ASSERT_EQ(op->ft->addKey(op, "DeviceID", &v, CIMC_chars).rc, 0);
+  ASSERT_EQ(op->ft->addKey(op, "DeviceID", asChars(v.chars), CIMC_chars).rc, 0);
   CIMCObjectPath* again = b->ft->getObjectPath(b, nullptr);
   EXPECT_EQ(text(again->ft->getKey(again, "DeviceID", nullptr).value.string), "CPU0");
   CIMCInstance* holder = env->ft->newInstance(env, path("Mock_AllTypes"), nullptr);
@@ -353,7 +356,7 @@ TEST_F(Broker, ValuesRoundTripAtTypeLimits) {
       std::string name = "P" + std::to_string(i) + c.what;
       CIMCValue v{};
       cases[i].set(v);
-      c.put(name.c_str(), &v, cases[i].type);
+      c.put(name.c_str(), cases[i].type == CIMC_chars ? asChars(v.chars) : &v, cases[i].type);
       CIMCData d = c.get(name.c_str());
       EXPECT_EQ(d.type, cases[i].expectType) << c.what << " case " << i;
       EXPECT_EQ(d.state, CIMC_goodValue) << c.what << " case " << i;
@@ -369,12 +372,12 @@ TEST_F(Broker, StringArraysHoldNullsAndCheckTypes) {
   CIMCArray* a = env->ft->newArray(env, 3, CIMC_string, nullptr);
   CIMCValue v{};
   v.chars = const_cast<char*>("first");
-  EXPECT_EQ(a->ft->setElementAt(a, 0, &v, CIMC_chars).rc, 0);
+  EXPECT_EQ(a->ft->setElementAt(a, 0, asChars(v.chars), CIMC_chars).rc, 0);
   v.string = env->ft->newString(env, "third", nullptr);
   EXPECT_EQ(a->ft->setElementAt(a, 2, &v, CIMC_string).rc, 0);
   v.uint32 = 1;
   EXPECT_EQ(a->ft->setElementAt(a, 1, &v, CIMC_uint32).rc, 13);
-  EXPECT_EQ(a->ft->setElementAt(a, 3, &v, CIMC_chars).rc, 12);
+  EXPECT_EQ(a->ft->setElementAt(a, 3, asChars(v.chars), CIMC_chars).rc, 12);
   EXPECT_EQ(a->ft->getSize(a, nullptr), 3);
   EXPECT_EQ(a->ft->getSimpleType(a, nullptr), CIMC_string);
   const char* expect[] = {"first", nullptr, "third"};
@@ -397,7 +400,7 @@ TEST_F(Broker, InstanceFilterAndPathFromClassKeys) {
   v.uint32 = 7;
   inst->ft->setProperty(inst, "PUint32", &v, CIMC_uint32);
   v.chars = const_cast<char*>("s");
-  inst->ft->setProperty(inst, "PString", &v, CIMC_chars);
+  inst->ft->setProperty(inst, "PString", asChars(v.chars), CIMC_chars);
   CIMCObjectPath* op = inst->ft->getObjectPath(inst, nullptr);
   EXPECT_EQ(text(op->ft->toString(op, nullptr)), R"(root/cimv2:Mock_AllTypes.InstanceID="x:1")");
 
@@ -596,7 +599,7 @@ TEST_F(Broker, CreateModifyDeleteAcrossEnvironments) {
     EXPECT_EQ(cl->ft->setInstance(cl, op, makeInst(e, 42), 0, nullptr).rc, 0);
     CIMCValue v{};
     v.chars = const_cast<char*>("via setProperty");
-    EXPECT_EQ(cl->ft->setProperty(cl, op, "PString", &v, CIMC_chars).rc, 0);
+    EXPECT_EQ(cl->ft->setProperty(cl, op, "PString", asChars(v.chars), CIMC_chars).rc, 0);
   });
   step([&](CIMCEnv* e, CIMCClient* cl) {
     CIMCObjectPath* op = path("Mock_AllTypes", {{"InstanceID", "broker:test:1"}}, "root/cimv2", e);
@@ -644,17 +647,17 @@ TEST_F(Broker, InvokesMethodsWithTypedArguments) {
   CIMCArgs* out = env->ft->newArgs(env, nullptr);
   CIMCValue v{};
   v.chars = const_cast<char*>("hi");
-  in->ft->addArg(in, "S", &v, CIMC_chars);
+  in->ft->addArg(in, "S", asChars(v.chars), CIMC_chars);
   v.chars = const_cast<char*>("4000000000");  // typed by the parameter's declaration (uint32)
-  in->ft->addArg(in, "U32", &v, CIMC_chars);
+  in->ft->addArg(in, "U32", asChars(v.chars), CIMC_chars);
   v.sint64 = INT64_MIN;
   in->ft->addArg(in, "S64", &v, CIMC_sint64);
   v.ref = system();
   in->ft->addArg(in, "Ref", &v, CIMC_ref);
   CIMCArray* arr = env->ft->newArray(env, 2, CIMC_string, nullptr);
   v.chars = const_cast<char*>("a");
-  arr->ft->setElementAt(arr, 0, &v, CIMC_chars);
-  arr->ft->setElementAt(arr, 1, &v, CIMC_chars);
+  arr->ft->setElementAt(arr, 0, asChars(v.chars), CIMC_chars);
+  arr->ft->setElementAt(arr, 1, asChars(v.chars), CIMC_chars);
   v.array = arr;
   in->ft->addArg(in, "SArray", &v, CIMC_ARRAY | CIMC_string);
   CIMCData rv = cl->ft->invokeMethod(cl, path("Mock_AllTypes"), "Echo", in, out, &last);
@@ -674,7 +677,7 @@ TEST_F(Broker, InvokesMethodsWithTypedArguments) {
   CIMCArgs* setIn = env->ft->newArgs(env, nullptr);
   for (const char* name : {"Renamed", "Mock Server"}) {
     v.chars = const_cast<char*>(name);
-    setIn->ft->addArg(setIn, "ElementName", &v, CIMC_chars);
+    setIn->ft->addArg(setIn, "ElementName", asChars(v.chars), CIMC_chars);
     cl->ft->invokeMethod(cl, system(), "SetElementName", setIn, nullptr, &last);
     EXPECT_EQ(text(cl->ft->getProperty(cl, system(), "ElementName", nullptr).value.string), name);
   }
@@ -685,7 +688,7 @@ TEST_F(Broker, RepositoryErrorsBecomeStatuses) {
   CIMCArgs* badArg = env->ft->newArgs(env, nullptr);
   CIMCValue v{};
   v.chars = const_cast<char*>("x");
-  badArg->ft->addArg(badArg, "NoSuchParameter", &v, CIMC_chars);
+  badArg->ft->addArg(badArg, "NoSuchParameter", asChars(v.chars), CIMC_chars);
   struct Case {
     const char* what;
     int rc;

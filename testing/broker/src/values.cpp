@@ -58,10 +58,6 @@ Val scalarIn(const CIMCValue& v, CIMCType type) {
     case CIMC_sint16: out.num.sint16 = v.sint16; break;
     case CIMC_sint32: out.num.sint32 = v.sint32; break;
     case CIMC_sint64: out.num.sint64 = v.sint64; break;
-    case CIMC_chars:
-      if (!v.chars) return nullVal(out.type);
-      out.text = v.chars;
-      break;
     case CIMC_string: {
       if (!v.string) return nullVal(out.type);
       Node* s = findAs(Kind::String, v.string);
@@ -202,6 +198,14 @@ CIMCType normalType(CIMCType type) {
 
 Val valueIn(const CIMCValue* value, CIMCType type) {
   if (!value) return nullVal(normalType(type));
+  if (type == CIMC_chars) {
+    // Character data arrives as the text itself in place of a value union.
+    Val out;
+    out.type = normalType(type);
+    out.null = false;
+    out.text = reinterpret_cast<const char*>(value);
+    return out;
+  }
   if (!(type & kArray)) return scalarIn(*value, type);
   if (!value->array) return nullVal(normalType(type));
   Node* a = findAs(Kind::Array, value->array);
