@@ -169,7 +169,9 @@ protected:
     EXPECT_TRUE(pr) << pr.description() << "\n" << r.body;
     const char* rsp = xml.find("<METHODCALL") != std::string::npos ? "METHODRESPONSE" : "IMETHODRESPONSE";
     EXPECT_TRUE(doc.child("CIM").child("MESSAGE").child("SIMPLERSP").child(rsp)) << r.body;
-    if (auto e = doc.select_node("//ERROR")) EXPECT_STRNE(e.node().attribute("DESCRIPTION").value(), "");
+    if (auto e = doc.select_node("//ERROR")) {
+      EXPECT_STRNE(e.node().attribute("DESCRIPTION").value(), "");
+    }
   }
   std::unique_ptr<Server> server;
   int port = 0;
@@ -215,7 +217,6 @@ TEST_F(ServerTest, OperationsAnswerAsTheRepositoryHoldsThem) {
              "<PARAMVALUE NAME=\"U32\"><VALUE>42</VALUE></PARAMVALUE>"
              "<PARAMVALUE NAME=\"SArray\"><VALUE.ARRAY><VALUE>a</VALUE><VALUE>b</VALUE></VALUE.ARRAY></PARAMVALUE>"
              "<PARAMVALUE NAME=\"Ref\"><VALUE.REFERENCE>" + kSystem + "</VALUE.REFERENCE></PARAMVALUE>");
-  const std::string getSys = imethod("GetInstance", param("InstanceName", kSystem));
   const std::string getEth1 = imethod("GetInstance", param("InstanceName", deviceName("Mock_NetworkPort", "eth1")));
   const std::string code = "string(//ERROR/@CODE)";
   struct Row {
@@ -226,17 +227,8 @@ TEST_F(ServerTest, OperationsAnswerAsTheRepositoryHoldsThem) {
   } rows[] = {
       {imethod("EnumerateClassNames", ""), "count(//CLASSNAME[@NAME='CIM_ManagedElement'])", "1"},
       {imethod("EnumerateClassNames", ""), "count(//CLASSNAME[@NAME='CIM_Processor'])", "0"},
-      {imethod("EnumerateClassNames", cls("ClassName", "CIM_LogicalDevice") + flag("DeepInheritance", true)),
-       "count(//IRETURNVALUE/CLASSNAME)", "6"},  // Processor, DiskDrive, NetworkPort + 3 Mock_
-      {imethod("EnumerateClassNames", cls("ClassName", "CIM_LogicalDevice") + flag("DeepInheritance", false)),
-       "count(//IRETURNVALUE/CLASSNAME)", "3"},
-      {getAll, "count(//CLASS[@NAME='Mock_AllTypes']/QUALIFIER[@NAME='Description'])", "1"},
-      {getAll, "concat(//PROPERTY[@NAME='PSint64']/@TYPE, ' ', //PROPERTY[@NAME='PSint64']/@CLASSORIGIN)",
-       "sint64 Mock_AllTypes"},
-      {getAll, "string(//PROPERTY.ARRAY[@NAME='PStringArray']/@TYPE)", "string"},
       {getAll, "string(//PROPERTY.REFERENCE[@NAME='PReference']/@REFERENCECLASS)", "CIM_ManagedElement"},
       {getAll, "string(//PROPERTY[@NAME='PEmbedded']/QUALIFIER[@NAME='EmbeddedInstance']/VALUE)", "Mock_Settings"},
-      {getAll, "string(//METHOD[@NAME='Echo']/@TYPE)", "uint32"},
       {getAll,
        "count(//METHOD[@NAME='Echo']/*[(self::PARAMETER and @NAME='S' and QUALIFIER[@NAME='In']) or "
        "(self::PARAMETER.ARRAY and @NAME='SArray') or (self::PARAMETER.REFERENCE and @NAME='Ref')])",
@@ -249,8 +241,6 @@ TEST_F(ServerTest, OperationsAnswerAsTheRepositoryHoldsThem) {
        "concat(//PROPERTY[@NAME='Name']/@PROPAGATED, count(//PROPERTY[@NAME='Name']/QUALIFIER), count(//CLASS/@CLASSORIGIN))",
        "true00"},
       {imethod("GetClass", cls("ClassName", "No_Such")), code.c_str(), "6"},
-      {imethod("EnumerateClasses", cls("ClassName", "CIM_Component") + flag("DeepInheritance", true)),
-       "count(//IRETURNVALUE/CLASS)", "2"},
       {deep, "count(//VALUE.NAMEDINSTANCE)", "6"},
       {deep, "count(//VALUE.NAMEDINSTANCE[1]/INSTANCENAME/KEYBINDING)", "4"},
       {deep, "string(//VALUE.NAMEDINSTANCE[1]/INSTANCE/@CLASSNAME)", "Mock_Processor"},
@@ -263,40 +253,17 @@ TEST_F(ServerTest, OperationsAnswerAsTheRepositoryHoldsThem) {
                    param("PropertyList", "<VALUE.ARRAY><VALUE>Capacity</VALUE></VALUE.ARRAY>")),
        "concat(count(//VALUE.NAMEDINSTANCE[1]/INSTANCE/PROPERTY), ' ', //VALUE.NAMEDINSTANCE[1]/INSTANCE/PROPERTY/VALUE)",
        "1 500107862016"},
-      {imethod("EnumerateInstanceNames", cls("ClassName", "CIM_NetworkPort")),
-       "concat(count(//IRETURNVALUE/INSTANCENAME), ' ', //INSTANCENAME[1]/KEYBINDING[@NAME='DeviceID']/KEYVALUE)",
-       "2 eth0"},
-      {imethod("EnumerateInstances", cls("ClassName", "No_Such")), code.c_str(), "5"},
       {imethod("EnumerateInstances", cls("ClassName", "CIM_Processor"), "none"), code.c_str(), "3"},
-      // Values of every type, and an embedded instance in CDATA.
-      {all1, "string(//PROPERTY[@NAME='PString']/VALUE)", "Hello <CIM> & \"friends\""},
-      {all1, "string(//PROPERTY[@NAME='PUint64']/VALUE)", "18446744073709551615"},
-      {all1, "string(//PROPERTY[@NAME='PSint8']/VALUE)", "-128"},
-      {all1, "string(//PROPERTY[@NAME='PBoolean']/VALUE)", "TRUE"},
-      {all1, "string(//PROPERTY[@NAME='PDateTime']/VALUE)", "20240229235959.123456-300"},
-      {all1, "count(//PROPERTY.ARRAY[@NAME='PUint8Array']/VALUE.ARRAY/VALUE)", "3"},
-      {all1, "string(//PROPERTY.REFERENCE[@NAME='PReference']/VALUE.REFERENCE/INSTANCEPATH/INSTANCENAME/@CLASSNAME)",
-       "Mock_ComputerSystem"},
+      // An embedded instance is marked and sent in CDATA (checked below).
       {all1, "string(//PROPERTY[@NAME='PEmbedded']/@EmbeddedObject)", "instance"},
-      {all1, "count(//PROPERTY[@NAME='PEmpty']/VALUE)", "0"},
-      {imethod("GetInstance", param("InstanceName", allTypes("nope"))), code.c_str(), "6"},
       {imethod("Associators", obj + cls("AssocClass", "CIM_SystemDevice") + cls("ResultClass", "CIM_ComputerSystem") +
                                   text("Role", "PartComponent") + text("ResultRole", "GroupComponent") +
                                   flag("IncludeQualifiers", false) + flag("IncludeClassOrigin", false)),
        "concat(count(//VALUE.OBJECTWITHPATH), ' ', //VALUE.OBJECTWITHPATH/INSTANCEPATH/NAMESPACEPATH/HOST, ' ', "
        "//VALUE.OBJECTWITHPATH/INSTANCE/@CLASSNAME)",
        "1 localhost Mock_ComputerSystem"},
-      {imethod("Associators", obj + text("Role", "GroupComponent")), "count(//VALUE.OBJECTWITHPATH)", "0"},
       {imethod("AssociatorNames", sys + cls("AssocClass", "CIM_SystemDevice")),
        "concat(count(//IRETURNVALUE/OBJECTPATH), count(//OBJECTPATH[1]/INSTANCEPATH/INSTANCENAME))", "61"},
-      {imethod("AssociatorNames", sys + cls("ResultClass", "CIM_DiskDrive")), "count(//OBJECTPATH)", "2"},
-      {imethod("References", sys + cls("ResultClass", "CIM_SystemDevice") + flag("IncludeQualifiers", false) +
-                                 flag("IncludeClassOrigin", false) + text("Role", "GroupComponent")),
-       "concat(count(//VALUE.OBJECTWITHPATH), ' ', //VALUE.OBJECTWITHPATH[1]/INSTANCE/@CLASSNAME)",
-       "6 CIM_SystemDevice"},
-      {imethod("References", sys), "count(//VALUE.OBJECTWITHPATH)", "7"},  // + CIM_DeviceSAPImplementation
-      {imethod("ReferenceNames", sys + cls("ResultClass", "CIM_SystemDevice") + text("Role", "GroupComponent")),
-       "concat(count(//IRETURNVALUE/OBJECTPATH), count(//IRETURNVALUE/INSTANCENAME))", "60"},
       {imethod("ReferenceNames", param("ObjectName", "<CLASSNAME NAME=\"CIM_Processor\"/>")),
        "boolean(//OBJECTPATH/CLASSPATH)", "true"},
       {imethod("CreateInstance", param("NewInstance", created)), "string(//IRETURNVALUE/INSTANCENAME/KEYBINDING/KEYVALUE)",
@@ -316,24 +283,14 @@ TEST_F(ServerTest, OperationsAnswerAsTheRepositoryHoldsThem) {
        "concat(count(//VALUE.OBJECTWITHPATH), count(//VALUE.OBJECTWITHPATH/INSTANCE/PROPERTY), "
        "//VALUE.OBJECTWITHPATH/INSTANCE/PROPERTY/VALUE)",
        "11CPU1"},
-      {imethod("ExecQuery", query + text("Query", "SELEKT")), code.c_str(), "15"},
-      {imethod("ExecQuery", text("QueryLanguage", "XQ") + text("Query", "x")), code.c_str(), "14"},
       {echo, "concat(//METHODRESPONSE/@NAME, ' ', //RETURNVALUE/@PARAMTYPE, ' ', //RETURNVALUE/VALUE)", "Echo uint32 0"},
       {echo, "string(//PARAMVALUE[@NAME='S']/VALUE)", "hi & bye"},
       {echo, "string(//PARAMVALUE[@NAME='U32']/@PARAMTYPE)", "uint32"},
-      {echo, "count(//PARAMVALUE[@NAME='SArray']/VALUE.ARRAY/VALUE)", "2"},
-      {echo, "count(//PARAMVALUE[@NAME='Ref']/VALUE.REFERENCE)", "1"},
-      // Methods that change a property of the instance.
-      {method("SetElementName", kSystem, "<PARAMVALUE NAME=\"ElementName\"><VALUE>Renamed</VALUE></PARAMVALUE>"),
-       "string(//RETURNVALUE/VALUE)", "0"},
-      {getSys, "string(//PROPERTY[@NAME='ElementName']/VALUE)", "Renamed"},
+      // A method that changes the property its MockProperty names.
       {method("RequestStateChange", deviceName("Mock_NetworkPort", "eth1"),
               "<PARAMVALUE NAME=\"RequestedState\"><VALUE>2</VALUE></PARAMVALUE>"),
        "count(//METHODRESPONSE/ERROR)", "0"},
       {getEth1, "string(//PROPERTY[@NAME='EnabledState']/VALUE)", "2"},
-      {method("Fail", allClass), code.c_str(), "1"},
-      {method("NoSuchMethod", allClass), code.c_str(), "17"},
-      {method("ReturnCode", allClass), "string(//RETURNVALUE/VALUE)", "4096"},
       {imethod("CreateClass", ""), code.c_str(), "7"},
       {imethod("GetClass", ""), code.c_str(), "4"},
       {imethod("EnumerateInstances", cls("ClassName", "CIM_Processor") + text("LocalOnly", "maybe")), code.c_str(), "4"},
@@ -357,18 +314,6 @@ TEST_F(ServerTest, OperationsAnswerAsTheRepositoryHoldsThem) {
   pugi::xml_document e;
   ASSERT_TRUE(e.load_string(cdata.value()));
   EXPECT_STREQ(e.child("INSTANCE").attribute("CLASSNAME").value(), "Mock_Settings");
-}
-
-TEST_F(ServerTest, ReferenceNamesAsInstanceNamesOption) {
-  ServerOptions o;
-  o.referenceNamesAsInstanceNames = true;
-  start(o);
-  pugi::xml_document d;
-  call(imethod("ReferenceNames", cls("ClassName", "Mock_ComputerSystem") + param("ObjectName", kSystem) +
-                                     cls("ResultClass", "CIM_SystemDevice")),
-       d);
-  EXPECT_EQ(d.select_nodes("//IRETURNVALUE/INSTANCENAME").size(), 6u);
-  EXPECT_EQ(d.select_nodes("//IRETURNVALUE/OBJECTPATH").size(), 0u);
 }
 
 TEST_F(ServerTest, StandardClientFramingAndKeepAlive) {
