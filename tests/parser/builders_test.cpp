@@ -159,22 +159,31 @@ TEST(Embedded, TwoInstancesBadTextAndNoInstance) {
 }
 
 TEST(Embedded, FailedAllocationsReturnMinusOneAndLeakNothing) {
-    const char* text = "<INSTANCE CLASSNAME=\"I\"><PROPERTY NAME=\"A\" TYPE=\"string\"><VALUE>x</VALUE></PROPERTY>"
-                       "<PROPERTY.ARRAY NAME=\"L\"><VALUE.ARRAY><VALUE>ab</VALUE></VALUE.ARRAY></PROPERTY.ARRAY></INSTANCE>";
-    for (long n = 0;; ++n) {
-        Instance* result = nullptr;
-        cimxml::g_allocFailCountdown = n;
-        int rc = ParseCDataContent(text, &result);
-        cimxml::g_allocFailCountdown = -1;
-        if (rc == 0) {  // whole: no failure was taken for success
-            EXPECT_EQ(dump(RecordId::Instance, result),
-                      "{className={name='I'} properties={value={value='x'} name='A'}{value={value='x'} type='string'} "
-                      "propertyArrays={valueArray={value={value=''}} name='L'}}");
-            Free_Instance(result);
-            break;
+    // Once the countdown runs out every later allocation fails too, so only a
+    // failure at the last allocation could pass as success: each text ends
+    // in a different one.
+    const char* cases[][2] = {
+        {"<INSTANCE CLASSNAME=\"I\"><PROPERTY NAME=\"A\" TYPE=\"string\"><VALUE>x</VALUE></PROPERTY>"
+         "<PROPERTY.ARRAY NAME=\"L\"><VALUE.ARRAY><VALUE>ab</VALUE></VALUE.ARRAY></PROPERTY.ARRAY></INSTANCE>",
+         "{className={name='I'} properties={value={value='x'} name='A'}{value={value='x'} type='string'} "
+         "propertyArrays={valueArray={value={value=''}} name='L'}}"},
+        {"<INSTANCE CLASSNAME=\"I\"/>", "{className={name='I'}}"},
+        {"<INSTANCE><PROPERTY NAME=\"A\"><VALUE>x</VALUE></PROPERTY></INSTANCE>", "{properties={value={value='x'} name='A'}}"},
+    };
+    for (const auto& c : cases) {
+        for (long n = 0;; ++n) {
+            Instance* result = nullptr;
+            cimxml::g_allocFailCountdown = n;
+            int rc = ParseCDataContent(c[0], &result);
+            cimxml::g_allocFailCountdown = -1;
+            if (rc == 0) {  // whole: no failure was taken for success
+                EXPECT_EQ(dump(RecordId::Instance, result), c[1]) << n;
+                Free_Instance(result);
+                break;
+            }
+            EXPECT_EQ(result, nullptr);
+            ASSERT_LT(n, 100);
         }
-        EXPECT_EQ(result, nullptr);
-        ASSERT_LT(n, 100);
     }
 }
 
