@@ -132,6 +132,7 @@ TEST_F(Builders, ArgumentObjectsAndRefusals) {
     EXPECT_EQ(text(get(args, "S")), "text");
     EXPECT_EQ(text(get(args, "D")), "00000001020304.000000:000");
     EXPECT_EQ(args->ft->getArgCount(args, nullptr), 2);  // no reference, nothing without text
+    EXPECT_EQ(CIMC_CreatePropertyArguments(objects, nullptr, env_), 0);  // nowhere to add: nothing done
     ParamValue* noType = param("A", nullptr, "1");
     EXPECT_EQ(CIMC_CreatePropertyArguments(noType, args, env_), -1);
     EXPECT_EQ(CIMC_CreatePropertyArguments(nullptr, args, env_), -1);
@@ -230,6 +231,7 @@ TEST_F(Builders, ArgumentArraysAndReferences) {
                                             arrayParam("S", "string", values({"x", nullptr})),
                                             arrayParam("E", "string", embeddedValue("Test_Embedded",
                                                                                      property("U8", "uint8", "9"), nullptr))});
+    params->next->next->valueArray->value->next = values({"no instance"});  // an entry that stays unset
     for (ParamValue* p = params; p; p = p->next)
         EXPECT_EQ(CIMC_CreatePropertyArrayArguments(p, "root/cimv2", args, env_), 0);
     EXPECT_EQ(at(get(args, "U16"), 1).value.uint16, 4464);
@@ -239,7 +241,9 @@ TEST_F(Builders, ArgumentArraysAndReferences) {
     EXPECT_EQ(at(s, 1).state, CIMC_nullValue);
     CIMCData e = get(args, "E");
     ASSERT_EQ(e.type, CIMC_ARRAY | CIMC_instance);
+    ASSERT_EQ(size(e), 2);
     EXPECT_EQ(get(at(e, 0).value.inst, "U8").value.uint8, 9);
+    EXPECT_EQ(at(e, 1).state, CIMC_nullValue);
 
     ParamValue* one = param("R", "reference", nullptr);
     one->valueReference = make<ValueReference>();
