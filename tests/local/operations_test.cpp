@@ -24,7 +24,8 @@ InstanceName* allTypes(const char* id) { return instanceName("Mock_AllTypes", {{
 Instance* allTypesInstance(const char* id, Property* more) {
     auto* inst = make<Instance>();
     inst->className = className("Mock_AllTypes");
-    inst->properties = chain<Property>({property("InstanceID", "string", id), more});
+    inst->properties = property("InstanceID", "string", id);
+    inst->properties->next = more;
     return inst;
 }
 ObjectName* objectName(InstanceName* path) {
