@@ -17,10 +17,12 @@
 #include "cimmock/server.h"
 #include "cimxml/client.h"
 #include "cimxml/lifecycle.h"
+#include "../xmlops/records.h"
 #include "tree_dump.h"
 
 namespace {
 
+using namespace opt;
 using scenario::dump;
 using scenario::joined;
 
@@ -161,53 +163,10 @@ void expectSameTrees(T* http, const T* local, int content = kPlain) {
                   << joined({onlyLocal.begin(), onlyLocal.end()});
 }
 
-template <typename T>
-T* make() {
-    return static_cast<T*>(std::calloc(1, sizeof(T)));
-}
-
-ClassName* className(const char* name) {
-    auto* c = make<ClassName>();
-    c->name = strdup(name);
-    return c;
-}
-
-InstanceName* instanceName(const char* cls, std::initializer_list<std::pair<const char*, const char*>> keys) {
-    auto* n = make<InstanceName>();
-    n->className = className(cls);
-    for (auto it = keys.end(); it != keys.begin();) {
-        --it;
-        auto* b = make<KeyBinding>();
-        b->name = strdup(it->first);
-        b->keyValue = make<KeyValue>();
-        b->keyValue->value = strdup(it->second);
-        b->keyValue->valueType = strdup("string");
-        b->next = n->keyBindings;
-        n->keyBindings = b;
-    }
-    return n;
-}
-
 struct ObjectNameDeleter {
-    void operator()(ObjectName* o) const {
-        Free_ClassName(o->className);
-        Free_InstanceName(o->instanceName);
-        std::free(o);
-    }
+    void operator()(ObjectName* o) const { Free_ObjectName(o); }
 };
 using ObjectNamePtr = std::unique_ptr<ObjectName, ObjectNameDeleter>;
-
-ObjectNamePtr objectName(InstanceName* name) {
-    auto* o = make<ObjectName>();
-    o->instanceName = name;
-    o->className = className(name->className->name);
-    return ObjectNamePtr(o);
-}
-
-InstanceName* theSystem() {
-    return instanceName("Mock_ComputerSystem",
-                        {{"CreationClassName", "Mock_ComputerSystem"}, {"Name", "mock-server.example.com"}});
-}
 
 // Both back ends, one fixture: the mock object manager in this process on a
 // free loopback port, and the mock broker library with its own copy of the
@@ -291,7 +250,7 @@ TEST_F(Backends, GetInstanceGivesTheSameInstance) {
     } cases[] = {
         {instanceName("Mock_AllTypes", {{"InstanceID", "mock:alltypes:1"}}), kNulls | kArrays | kReferences | kOdd},
         {instanceName("Mock_AllTypes", {{"InstanceID", "mock:alltypes:2"}}), kNulls | kArrays},
-        {theSystem(), kPlain},
+        {computerSystem(), kPlain},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name->keyBindings->keyValue->value);
@@ -305,7 +264,7 @@ TEST_F(Backends, GetInstanceGivesTheSameInstance) {
 }
 
 TEST_F(Backends, AssociationsGiveTheSameObjectsAndPaths) {
-    ObjectNamePtr system = objectName(theSystem());
+    ObjectNamePtr system = ObjectNamePtr(objectName(computerSystem()));
     ClassName* assoc = className("CIM_SystemDevice");
     ObjectWithPath* objects[2];
     ObjectPath* paths[2];
@@ -330,7 +289,7 @@ TEST_F(Backends, AssociationsGiveTheSameObjectsAndPaths) {
 }
 
 TEST_F(Backends, ReferenceNamesGiveTheSameNamesInAnotherWrapping) {
-    ObjectNamePtr system = objectName(theSystem());
+    ObjectNamePtr system = ObjectNamePtr(objectName(computerSystem()));
     ObjectPath* got[2];
     for (int b : {kHttp, kLocal}) got[b] = ReferenceNames(handle_[b], system.get(), nullptr, nullptr, &error_[b]);
     ASSERT_NE(got[kHttp], nullptr);
@@ -358,19 +317,10 @@ TEST_F(Backends, ReferenceNamesGiveTheSameNamesInAnotherWrapping) {
     for (int b : {kHttp, kLocal}) Free_ObjectPath(got[b]);
 }
 
-ParamValue* param(const char* name, const char* type, const char* value, ParamValue* next = nullptr) {
-    auto* p = make<ParamValue>();
-    p->name = strdup(name);
-    p->paramType = strdup(type);
-    p->value = make<Value>();
-    p->value->value = strdup(value);
-    p->next = next;
-    return p;
-}
 
 TEST_F(Backends, MethodsGiveTheSameResultsAndErrors) {
     InstanceName* cls = instanceName("Mock_AllTypes", {});
-    ParamValue* in = param("S", "string", "hello", param("U32", "uint32", "42", param("B", "boolean", "TRUE")));
+    ParamValue* in = param("S", "hello", "string", param("U32", "42", "uint32", param("B", "TRUE", "boolean")));
     ParamValue* out[2] = {};
     for (int b : {kHttp, kLocal}) EXPECT_EQ(invokeMethod(handle_[b], cls, "Echo", in, &out[b], &error_[b]), 0);
     ASSERT_NE(out[kHttp], nullptr);
