@@ -394,8 +394,9 @@ TEST_F(Broker, EnumeratedInstancesMatchTheirGetInstance) {
   EXPECT_EQ(drain(cl->ft->enumClasses(cl, path("CIM_LogicalDevice"), 0, &last)).size(), 3u);
 }
 
-// What the client-level comparison with the HTTP mock cannot see: exact
-// limits, char16, embedded instances, nulls, and class defaults.
+// Repository values as data items: 64-bit limits, char16 and embedded
+// instances (which the client-level comparison with the HTTP mock masks),
+// nulls, and class defaults.
 TEST_F(Broker, InstancesAndClassesCarryRepositoryTypes) {
   CIMCClient* cl = connect();
   CIMCInstance* i = cl->ft->getInstance(cl, allTypes("mock:alltypes:1"), 0, nullptr, &last);
