@@ -9,6 +9,7 @@
 
 #include "cimxml/local.h"
 #include "local/broker_values.h"
+#include "mapping/mapping.h"
 
 using namespace cimxml::local;
 
@@ -44,54 +45,10 @@ CIMCInstance* embeddedInstance(const Instance* record, const char* nameSpace, CI
     return instance;
 }
 
-const InstanceName* referencedInstance(const ValueReference* ref) {
-    if (ref->instanceName) return ref->instanceName;
-    if (ref->localInstancePath) return ref->localInstancePath->instanceName;
-    if (ref->instancePath) return ref->instancePath->instanceName;
-    return nullptr;
-}
-
-const LocalNamespacePath* referencedNamespace(const ValueReference* ref) {
-    if (ref->localInstancePath) return ref->localInstancePath->localNamespacePath;
-    if (ref->instancePath && ref->instancePath->namespacePath)
-        return ref->instancePath->namespacePath->localNamespacePath;
-    if (ref->localClassPath) return ref->localClassPath->localNamespacePath;
-    if (ref->classPath && ref->classPath->namespacePath) return ref->classPath->namespacePath->localNamespacePath;
-    return nullptr;
-}
-
-const char* referencedClass(const ValueReference* ref, const InstanceName* name) {
-    const ClassName* cn = nullptr;
-    if (name) cn = name->className;
-    else if (ref->className) cn = ref->className;
-    else if (ref->localClassPath) cn = ref->localClassPath->className;
-    else if (ref->classPath) cn = ref->classPath->className;
-    return cn ? cn->name : nullptr;
-}
-
-// The broker object path a VALUE.REFERENCE names: its own namespace when it
-// carries one (components joined with '/'), else the call's; keys from the
-// referenced InstanceName. NULL when it names no class or the keys fail.
+// The broker object path a VALUE.REFERENCE names, in the call's namespace
+// unless it carries its own.
 CIMCObjectPath* referencePath(const ValueReference* ref, const char* nameSpace, CIMCEnv* env) {
-    const InstanceName* name = referencedInstance(ref);
-    const char* className = referencedClass(ref, name);
-    if (!className) return nullptr;
-    std::string ns;
-    if (const LocalNamespacePath* lnp = referencedNamespace(ref)) {
-        for (const Namespace* n = lnp->namespaces; n; n = n->next) {
-            if (!n->name) continue;
-            if (!ns.empty()) ns += '/';
-            ns += n->name;
-        }
-    }
-    CIMCObjectPath* path = env->ft->newObjectPath(env, ns.empty() ? nameSpace : ns.c_str(), className, nullptr);
-    if (!path) return nullptr;
-    if (name && name->keyBindings &&
-        CIMC_AddKeyValues(path, const_cast<InstanceName*>(name), env) < 0) {
-        release(path);
-        return nullptr;
-    }
-    return path;
+    return cimxml::mapping::brokerPath(ref, nameSpace, env);
 }
 
 // A broker array of object paths, one per reference of the chain (an entry

@@ -116,39 +116,46 @@ std::string joined(const LocalNamespacePath* path) {
     return ns;
 }
 
+const LocalNamespacePath* referencedNamespace(const ValueReference* ref) {
+    if (ref->localInstancePath) return ref->localInstancePath->localNamespacePath;
+    if (ref->instancePath && ref->instancePath->namespacePath)
+        return ref->instancePath->namespacePath->localNamespacePath;
+    if (ref->localClassPath) return ref->localClassPath->localNamespacePath;
+    if (ref->classPath && ref->classPath->namespacePath) return ref->classPath->namespacePath->localNamespacePath;
+    return nullptr;
+}
+
+const InstanceName* referencedInstance(const ValueReference* ref) {
+    if (ref->instanceName) return ref->instanceName;
+    if (ref->localInstancePath) return ref->localInstancePath->instanceName;
+    if (ref->instancePath) return ref->instancePath->instanceName;
+    return nullptr;
+}
+
+const char* referencedClass(const ValueReference* ref, const InstanceName* name) {
+    const ClassName* cn = nullptr;
+    if (name) cn = name->className;
+    else if (ref->className) cn = ref->className;
+    else if (ref->localClassPath) cn = ref->localClassPath->className;
+    else if (ref->classPath) cn = ref->classPath->className;
+    return cn ? cn->name : nullptr;
+}
+
 int addKeys(CIMCObjectPath* op, const InstanceName* name, CIMCEnv* env);
 
-// A reference key: a nested object path made through env, keys and all,
-// added and then released.
+// A reference key: the nested path, added and then released. Without a
+// namespace of its own the reference lives beside its holder.
 int addReferenceKey(CIMCObjectPath* op, const char* keyName, const ValueReference* ref, CIMCEnv* env) {
-    const InstanceName* target = nullptr;
-    std::string ns;
-    if (ref->instancePath) {
-        target = ref->instancePath->instanceName;
-        if (ref->instancePath->namespacePath) ns = joined(ref->instancePath->namespacePath->localNamespacePath);
-    } else if (ref->localInstancePath) {
-        target = ref->localInstancePath->instanceName;
-        ns = joined(ref->localInstancePath->localNamespacePath);
-    } else {
-        target = ref->instanceName;
-    }
-    if (!target || !target->className || !target->className->name) return -1;
-    if (!env || !env->ft || !env->ft->newObjectPath) return -1;
-    if (ns.empty()) {
-        // Without its own namespace the reference lives beside its holder.
-        CIMCString* own = op->ft->getNameSpace ? op->ft->getNameSpace(op, nullptr) : nullptr;
-        if (const char* c = chars(own)) ns = c;
-        release(own);
-    }
-    CIMCObjectPath* nested = env->ft->newObjectPath(env, ns.c_str(), target->className->name, nullptr);
+    std::string holder;
+    CIMCString* own = op->ft->getNameSpace ? op->ft->getNameSpace(op, nullptr) : nullptr;
+    if (const char* c = chars(own)) holder = c;
+    release(own);
+    CIMCObjectPath* nested = brokerPath(ref, holder.c_str(), env);
     if (!nested) return -1;
-    int rc = addKeys(nested, target, env);
-    if (rc == 0) {
-        CIMCValue v;
-        std::memset(&v, 0, sizeof v);
-        v.ref = nested;
-        rc = op->ft->addKey(op, keyName, &v, CIMC_ref).rc == 0 ? 0 : -1;
-    }
+    CIMCValue v;
+    std::memset(&v, 0, sizeof v);
+    v.ref = nested;
+    int rc = op->ft->addKey(op, keyName, &v, CIMC_ref).rc == 0 ? 0 : -1;
     release(nested);
     return rc;
 }
@@ -189,6 +196,20 @@ int addKeys(CIMCObjectPath* op, const InstanceName* name, CIMCEnv* env) {
 }
 
 }  // namespace
+
+CIMCObjectPath* cimxml::mapping::brokerPath(const ValueReference* ref, const char* defaultNamespace, CIMCEnv* env) {
+    const InstanceName* name = referencedInstance(ref);
+    const char* className = referencedClass(ref, name);
+    if (!className || !env || !env->ft || !env->ft->newObjectPath) return nullptr;
+    std::string ns = joined(referencedNamespace(ref));
+    CIMCObjectPath* path = env->ft->newObjectPath(env, ns.empty() ? defaultNamespace : ns.c_str(), className, nullptr);
+    if (!path) return nullptr;
+    if (name && addKeys(path, name, env) != 0) {
+        release(path);
+        return nullptr;
+    }
+    return path;
+}
 
 extern "C" {
 

@@ -66,6 +66,12 @@ InstanceName* newInstanceName(const CIMCObjectPath* op, bool* failed);
 // above) when the path has a namespace, else a bare instanceName.
 ValueReference* newValueReference(const CIMCObjectPath* op);
 
+// The broker object path a reference record names, for requests: its class
+// (instance name or class path), its namespace components joined with '/'
+// (defaultNamespace when it carries none) and its keys. nullptr when it names
+// no class or the broker refuses the path or a key. May throw bad_alloc.
+CIMCObjectPath* brokerPath(const ValueReference* ref, const char* defaultNamespace, CIMCEnv* env);
+
 // A zero-filled ClassName holding a copy of name; nullptr on failure.
 ClassName* newClassName(const char* name);
 
