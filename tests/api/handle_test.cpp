@@ -94,6 +94,8 @@ TEST(Handle, GetNamespaceHasStrncpySemantics) {
     EXPECT_EQ(std::string(buf, 5), "rootX");
     ASSERT_EQ(CIMC_GetNamespace(h, buf, sizeof buf), 0);
     EXPECT_STREQ(buf, "root/cimv2");
+    EXPECT_EQ(CIMC_GetNamespace(nullptr, buf, sizeof buf), -1);
+    EXPECT_EQ(CIMC_GetNamespace(h, nullptr, sizeof buf), -1);
     EXPECT_EQ(CIMC_SetNamespace(h, nullptr), -1);
     EXPECT_EQ(CIMC_SetNamespace(nullptr, "x"), -1);
     EXPECT_STREQ(h->nameSpace, "root/cimv2");

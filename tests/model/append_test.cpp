@@ -167,6 +167,31 @@ TEST(AddToList, AllocationFailuresAreReportedAndFreeable) {
         if (rc == 0) break;
         EXPECT_EQ(rc, -1);
     }
+    // A reference property: on a failure the bindings and the namespace
+    // chain are still the caller's; on success the new reference holds both.
+    for (long n = 0;; ++n) {
+        PropertyReference* list = nullptr;
+        KeyBinding* keys = nullptr;
+        ASSERT_EQ(AddToKeyBindingListRef(&keys, "Name", "x", "string", nullptr), 0);
+        auto* ns = static_cast<Namespace*>(calloc(1, sizeof(Namespace)));
+        ns->name = strdup("root/cimv2");
+        cimxml::g_allocFailCountdown = n;
+        int rc = AddToPropertyReferenceList(&list, keys, ns, "CIM_X", "Ref");
+        cimxml::g_allocFailCountdown = -1;
+        if (rc == 0) {
+            const LocalInstancePath* path = list->valueReference ? list->valueReference->localInstancePath : nullptr;
+            ASSERT_TRUE(path && path->instanceName && path->instanceName->className);
+            EXPECT_EQ(path->instanceName->keyBindings, keys);
+            EXPECT_EQ(path->localNamespacePath->namespaces, ns);
+        } else {
+            EXPECT_EQ(rc, -1);
+            Free_KeyBinding(keys);
+            Free_Namespace(ns);
+        }
+        Free_PropertyReference(list);
+        if (rc == 0) break;
+        ASSERT_LT(n, 1000);
+    }
 }
 
 }  // namespace
