@@ -26,6 +26,22 @@ CIMCStatus failStatus(EnvNode* env, int rc, const std::string& msg) {
   return st;
 }
 
+// A member of a named list (keys, class properties, arguments) by name or by
+// position, as a data item owned by env; `what` names the member in errors.
+CIMCData namedData(EnvNode* env, const Named& list, const char* name, const char* what) {
+  const Val* v = name ? findNamed(list, name) : nullptr;
+  if (!v) throw CimError(cimmock::CIM_ERR_NO_SUCH_PROPERTY, std::string("no ") + what + " " + (name ? name : "(null)"));
+  return dataOut(env, *v);
+}
+CIMCData namedDataAt(EnvNode* env, const Named& list, CIMCCount index, CIMCString** name, const char* what) {
+  if (index < 0 || static_cast<std::size_t>(index) >= list.size())
+    throw CimError(cimmock::CIM_ERR_NO_SUCH_PROPERTY, std::string(what) + " index " + std::to_string(index) + " out of range");
+  const auto& member = list[static_cast<std::size_t>(index)];
+  CIMCData d = dataOut(env, member.second);
+  if (name) *name = makeString(env, member.first);
+  return d;
+}
+
 // ---- function tables -----------------------------------------------------------
 
 extern "C" {
@@ -87,21 +103,12 @@ static CIMCStatus opAddKey(CIMCObjectPath* p, const char* name, const CIMCValue*
   });
 }
 static CIMCData opGetKey(const CIMCObjectPath* p, const char* name, CIMCStatus* rc) {
-  return entry(Kind::Path, p, rc, nullData(0, CIMC_badValue), [&](Node& n) {
-    const Val* v = name ? findNamed(n.path().keys, name) : nullptr;
-    if (!v) throw CimError(cimmock::CIM_ERR_NO_SUCH_PROPERTY, std::string("no key ") + (name ? name : "(null)"));
-    return dataOut(n.env, *v);
-  });
+  return entry(Kind::Path, p, rc, nullData(0, CIMC_badValue), [&](Node& n) { return namedData(n.env, n.path().keys, name, "key"); });
 }
 static CIMCData opGetKeyAt(const CIMCObjectPath* p, CIMCCount index, CIMCString** name, CIMCStatus* rc) {
   if (name) *name = nullptr;
   return entry(Kind::Path, p, rc, nullData(0, CIMC_badValue), [&](Node& n) {
-    if (index < 0 || static_cast<std::size_t>(index) >= n.path().keys.size())
-      throw CimError(cimmock::CIM_ERR_NO_SUCH_PROPERTY, "key index " + std::to_string(index) + " out of range");
-    const auto& k = n.path().keys[static_cast<std::size_t>(index)];
-    CIMCData d = dataOut(n.env, k.second);
-    if (name) *name = makeString(n.env, k.first);
-    return d;
+    return namedDataAt(n.env, n.path().keys, index, name, "key");
   });
 }
 static CIMCCount opGetKeyCount(const CIMCObjectPath* p, CIMCStatus* rc) {
@@ -219,21 +226,12 @@ static CIMCString* clsGetClassName(const CIMCClass* c, CIMCStatus* rc) {
   return entry(Kind::Class, c, rc, (CIMCString*)nullptr, [&](Node& n) { return makeString(n.env, n.cls().name); });
 }
 static CIMCData clsGetProperty(const CIMCClass* c, const char* name, CIMCStatus* rc) {
-  return entry(Kind::Class, c, rc, nullData(0, CIMC_badValue), [&](Node& n) {
-    const Val* v = name ? findNamed(n.cls().props, name) : nullptr;
-    if (!v) throw CimError(cimmock::CIM_ERR_NO_SUCH_PROPERTY, std::string("no property ") + (name ? name : "(null)"));
-    return dataOut(n.env, *v);
-  });
+  return entry(Kind::Class, c, rc, nullData(0, CIMC_badValue), [&](Node& n) { return namedData(n.env, n.cls().props, name, "property"); });
 }
 static CIMCData clsGetPropertyAt(const CIMCClass* c, CIMCCount index, CIMCString** name, CIMCStatus* rc) {
   if (name) *name = nullptr;
   return entry(Kind::Class, c, rc, nullData(0, CIMC_badValue), [&](Node& n) {
-    if (index < 0 || static_cast<std::size_t>(index) >= n.cls().props.size())
-      throw CimError(cimmock::CIM_ERR_NO_SUCH_PROPERTY, "property index " + std::to_string(index) + " out of range");
-    const auto& p = n.cls().props[static_cast<std::size_t>(index)];
-    CIMCData d = dataOut(n.env, p.second);
-    if (name) *name = makeString(n.env, p.first);
-    return d;
+    return namedDataAt(n.env, n.cls().props, index, name, "property");
   });
 }
 static CIMCCount clsGetPropertyCount(const CIMCClass* c, CIMCStatus* rc) {
@@ -292,21 +290,12 @@ static CIMCStatus argsAdd(CIMCArgs* a, const char* name, const CIMCValue* value,
   });
 }
 static CIMCData argsGet(const CIMCArgs* a, const char* name, CIMCStatus* rc) {
-  return entry(Kind::Args, a, rc, nullData(0, CIMC_badValue), [&](Node& n) {
-    const Val* v = name ? findNamed(n.body.args, name) : nullptr;
-    if (!v) throw CimError(cimmock::CIM_ERR_NO_SUCH_PROPERTY, std::string("no argument ") + (name ? name : "(null)"));
-    return dataOut(n.env, *v);
-  });
+  return entry(Kind::Args, a, rc, nullData(0, CIMC_badValue), [&](Node& n) { return namedData(n.env, n.body.args, name, "argument"); });
 }
 static CIMCData argsGetAt(const CIMCArgs* a, CIMCCount index, CIMCString** name, CIMCStatus* rc) {
   if (name) *name = nullptr;
   return entry(Kind::Args, a, rc, nullData(0, CIMC_badValue), [&](Node& n) {
-    if (index < 0 || static_cast<std::size_t>(index) >= n.body.args.size())
-      throw CimError(cimmock::CIM_ERR_NO_SUCH_PROPERTY, "argument index " + std::to_string(index) + " out of range");
-    const auto& p = n.body.args[static_cast<std::size_t>(index)];
-    CIMCData d = dataOut(n.env, p.second);
-    if (name) *name = makeString(n.env, p.first);
-    return d;
+    return namedDataAt(n.env, n.body.args, index, name, "argument");
   });
 }
 static CIMCCount argsCount(const CIMCArgs* a, CIMCStatus* rc) {
