@@ -1,7 +1,9 @@
 // The mock local broker (libcimcClientSfcbLocal.so), loaded with dlopen and
 // driven through its function tables only, as the library's local back end
 // drives it. The sample repository is shared by the whole process, so every
-// test that changes it puts it back.
+// test that changes it puts it back. Whole operations (enumerations,
+// associations, create/modify/delete, methods) are compared with the HTTP
+// mock through the library in tests/scenario.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -349,51 +351,6 @@ TEST_F(Broker, ConnectChecksCredentialsAndConnectFaults) {
   }
 }
 
-// An enumeration over several classes shapes each instance as getInstance
-// does (deep), or keeps only what the requested class declares (shallow).
-TEST_F(Broker, EnumeratedInstancesMatchTheirGetInstance) {
-  CIMCClient* cl = connect();
-  auto namesAndTypes = [](auto* o) {  // of a class or an instance
-    std::vector<std::pair<std::string, CIMCType>> out;
-    for (int k = 0, n = o->ft->getPropertyCount(o, nullptr); k < n; ++k) {
-      CIMCString* name = nullptr;
-      CIMCData d = o->ft->getPropertyAt(o, k, &name, nullptr);
-      out.emplace_back(text(name), d.type);
-    }
-    return out;
-  };
-  CIMCClass* base = cl->ft->getClass(cl, path("CIM_LogicalDevice"), 0, nullptr, &last);
-  ASSERT_NE(base, nullptr);
-  std::set<std::string> declared;
-  for (const auto& p : namesAndTypes(base)) declared.insert(p.first);
-  std::set<std::string> classes;
-  for (CIMCFlags flags : {CIMCFlags(CIMC_FLAG_DeepInheritance), CIMCFlags(0)}) {
-    auto items = drain(cl->ft->enumInstances(cl, path("CIM_LogicalDevice"), flags, nullptr, &last));
-    ASSERT_EQ(items.size(), 6u);
-    for (const auto& item : items) {
-      CIMCObjectPath* op = item.value.inst->ft->getObjectPath(item.value.inst, nullptr);
-      classes.insert(text(op->ft->getClassName(op, nullptr)));
-      EXPECT_EQ(text(op->ft->getNameSpace(op, nullptr)), "root/cimv2");
-      CIMCInstance* single = cl->ft->getInstance(cl, op, 0, nullptr, &last);
-      ASSERT_NE(single, nullptr) << text(last.msg);
-      auto want = namesAndTypes(single);
-      if (!flags)
-        want.erase(std::remove_if(want.begin(), want.end(), [&](const auto& p) { return !declared.count(p.first); }), want.end());
-      EXPECT_EQ(namesAndTypes(item.value.inst), want) << className(item) << (flags ? " deep" : " shallow");
-    }
-  }
-  EXPECT_EQ(classes.size(), 3u);
-  char* list[] = {const_cast<char*>("ElementName"), nullptr};
-  auto cpus = drain(cl->ft->enumInstances(cl, path("CIM_Processor"), 2, list, &last));
-  ASSERT_EQ(cpus.size(), 2u);
-  EXPECT_EQ(cpus[0].value.inst->ft->getPropertyCount(cpus[0].value.inst, nullptr), 1);
-  auto names = drain(cl->ft->enumInstanceNames(cl, path("CIM_LogicalDevice"), &last));
-  EXPECT_TRUE(names.size() == 6u && names[5].type == CIMC_ref);
-  auto classNames = drain(cl->ft->enumClassNames(cl, path("CIM_LogicalDevice"), 2, &last));
-  EXPECT_TRUE(classNames.size() == 6u && classNames[5].type == CIMC_ref);  // 3 CIM_, 3 Mock_
-  EXPECT_EQ(drain(cl->ft->enumClasses(cl, path("CIM_LogicalDevice"), 0, &last)).size(), 3u);
-}
-
 // Repository values as data items: 64-bit limits, char16 and embedded
 // instances (which the client-level comparison with the HTTP mock masks),
 // nulls, and class defaults.
@@ -416,98 +373,6 @@ TEST_F(Broker, InstancesAndClassesCarryRepositoryTypes) {
   EXPECT_TRUE(same(c->ft->getProperty(c, "EnabledState", nullptr), scalar(CIMC_uint16, uint16_t(2))));
   CIMCData caption = c->ft->getProperty(c, "Caption", nullptr);
   EXPECT_TRUE(caption.type == CIMC_string && caption.state == CIMC_nullValue);
-}
-
-// Create, modify, read and delete, each step from a fresh environment as the
-// library does it.
-TEST_F(Broker, CreateModifyDeleteAcrossEnvironments) {
-  auto step = [&](auto fn) {
-    CIMCEnv* e = newEnv();
-    fn(e, connect(e), path("Mock_AllTypes", {{"InstanceID", "broker:test:1"}}, "root/cimv2", e));
-  };
-  auto makeInst = [&](CIMCEnv* e, CIMCObjectPath* op, uint32_t n) {
-    CIMCInstance* inst = e->ft->newInstance(e, op, nullptr);
-    CIMCValue v{};
-    v.uint32 = n;
-    inst->ft->setProperty(inst, "PUint32", &v, CIMC_uint32);
-    return inst;
-  };
-  step([&](CIMCEnv* e, CIMCClient* cl, CIMCObjectPath* op) {
-    CIMCStatus st{};
-    CIMCObjectPath* made = cl->ft->createInstance(cl, path("Mock_AllTypes", {}, "root/cimv2", e), makeInst(e, op, 1), &st);
-    ASSERT_NE(made, nullptr) << text(st.msg);
-    EXPECT_EQ(text(made->ft->toString(made, nullptr)), R"(root/cimv2:Mock_AllTypes.InstanceID="broker:test:1")");
-    EXPECT_EQ(text(made->ft->getHostname(made, nullptr)), "localhost");
-    EXPECT_EQ(cl->ft->createInstance(cl, made, makeInst(e, op, 1), &st), nullptr);
-    EXPECT_EQ(st.rc, 11);
-  });
-  step([&](CIMCEnv* e, CIMCClient* cl, CIMCObjectPath* op) {
-    EXPECT_EQ(cl->ft->setInstance(cl, op, makeInst(e, op, 42), 0, nullptr).rc, 0);
-    EXPECT_EQ(cl->ft->setProperty(cl, op, "PString", asChars("via setProperty"), CIMC_chars).rc, 0);
-  });
-  step([&](CIMCEnv*, CIMCClient* cl, CIMCObjectPath* op) {
-    EXPECT_EQ(cl->ft->getProperty(cl, op, "PUint32", nullptr).value.uint32, 42u);
-    EXPECT_EQ(text(cl->ft->getProperty(cl, op, "PString", nullptr).value.string), "via setProperty");
-    EXPECT_EQ(cl->ft->deleteInstance(cl, op).rc, 0);
-    CIMCStatus st = cl->ft->deleteInstance(cl, op);
-    EXPECT_EQ(st.rc, 6);
-    EXPECT_NE(st.msg, nullptr);
-  });
-}
-
-TEST_F(Broker, FollowsAssociations) {
-  CIMCClient* cl = connect();
-  struct Case {
-    const char *assoc, *result, *role, *resultRole;
-    std::size_t count;
-  } cases[] = {
-      {nullptr, nullptr, nullptr, nullptr, 6},  // eth0 is reached twice, returned once
-      {"CIM_SystemDevice", nullptr, nullptr, nullptr, 6},
-      {nullptr, "CIM_Processor", nullptr, nullptr, 2},
-      {"CIM_DeviceSAPImplementation", nullptr, "Dependent", "Antecedent", 1},
-      {nullptr, nullptr, "PartComponent", nullptr, 0},
-  };
-  for (const auto& c : cases) {
-    auto objs = drain(cl->ft->associators(cl, system(), c.assoc, c.result, c.role, c.resultRole, 0, nullptr, &last));
-    auto names = drain(cl->ft->associatorNames(cl, system(), c.assoc, c.result, c.role, c.resultRole, &last));
-    EXPECT_EQ(objs.size(), c.count) << (c.assoc ? c.assoc : "-") << (c.result ? c.result : "-");
-    ASSERT_EQ(names.size(), objs.size());
-    for (std::size_t i = 0; i < objs.size(); ++i) EXPECT_EQ(className(objs[i]), className(names[i]));
-  }
-  auto deps = drain(cl->ft->referenceNames(cl, system(), nullptr, "Dependent", &last));
-  ASSERT_EQ(deps.size(), 1u);
-  EXPECT_EQ(className(deps[0]), "CIM_DeviceSAPImplementation");
-}
-
-TEST_F(Broker, InvokesMethodsWithTypedArguments) {
-  CIMCClient* cl = connect();
-  CIMCArgs* in = env->ft->newArgs(env, nullptr);
-  CIMCArgs* out = env->ft->newArgs(env, nullptr);
-  in->ft->addArg(in, "U32", asChars("4000000000"), CIMC_chars);  // typed by the parameter's declaration (uint32)
-  CIMCValue v{};
-  v.sint64 = INT64_MIN;
-  in->ft->addArg(in, "S64", &v, CIMC_sint64);
-  v.ref = system();
-  in->ft->addArg(in, "Ref", &v, CIMC_ref);
-  v.array = env->ft->newArray(env, 2, CIMC_string, nullptr);
-  v.array->ft->setElementAt(v.array, 0, asChars("a"), CIMC_chars);
-  v.array->ft->setElementAt(v.array, 1, asChars("b"), CIMC_chars);
-  in->ft->addArg(in, "SArray", &v, CIMC_ARRAY | CIMC_string);
-  EXPECT_TRUE(same(cl->ft->invokeMethod(cl, path("Mock_AllTypes"), "Echo", in, out, &last), scalar(CIMC_uint32, 0u)))
-      << text(last.msg);
-  EXPECT_EQ(out->ft->getArgCount(out, nullptr), 4);
-  EXPECT_TRUE(same(out->ft->getArg(out, "U32", nullptr), scalar(CIMC_uint32, 4000000000u)));
-  EXPECT_TRUE(same(out->ft->getArg(out, "S64", nullptr), scalar(CIMC_sint64, int64_t(INT64_MIN))));
-  EXPECT_EQ(className(out->ft->getArg(out, "Ref", nullptr)), "Mock_ComputerSystem");
-  EXPECT_EQ(out->ft->getArg(out, "SArray", nullptr).type, CIMC_ARRAY | CIMC_string);
-  EXPECT_EQ(cl->ft->invokeMethod(cl, allTypes("mock:alltypes:1"), "ReturnCode", nullptr, nullptr, &last).value.uint32, 4096u);
-  // SetElementName changes the system; put the old name back.
-  CIMCArgs* setIn = env->ft->newArgs(env, nullptr);
-  for (const char* name : {"Renamed", "Mock Server"}) {
-    setIn->ft->addArg(setIn, "ElementName", asChars(name), CIMC_chars);
-    cl->ft->invokeMethod(cl, system(), "SetElementName", setIn, nullptr, &last);
-    EXPECT_EQ(text(cl->ft->getProperty(cl, system(), "ElementName", nullptr).value.string), name);
-  }
 }
 
 TEST_F(Broker, RepositoryErrorsBecomeStatuses) {
