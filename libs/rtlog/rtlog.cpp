@@ -31,7 +31,7 @@ void configure() {
             fd = ::open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
             owns = fd >= 0;
         }
-        if (fd < 0) fd = STDERR_FILENO;
+        if (!owns) fd = STDERR_FILENO;
     }
     std::lock_guard<std::mutex> lock(g_configMutex);
     int old = g_fd.exchange(fd);

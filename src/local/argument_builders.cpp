@@ -3,6 +3,7 @@
 // (scalars, embedded instances, arrays and references).
 #include <strings.h>
 
+#include <algorithm>
 #include <climits>
 #include <cstring>
 #include <string>
@@ -212,7 +213,7 @@ int CDATASectionHandler(Property* properties, PropertyArray* propertyArrays, CIM
         if (head) previousHead = head;
         else head = previousHead;
         const int added = countValues(head);
-        count = count > INT_MAX - added ? INT_MAX : count + added;  // saturates instead of overflowing
+        count = static_cast<int>(std::min<long long>(static_cast<long long>(count) + added, INT_MAX));  // saturates
         if (!pa->name || !pa->type) continue;
 
         const bool isString = strcasecmp(pa->type, "string") == 0;

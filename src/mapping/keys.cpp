@@ -1,5 +1,6 @@
 // Request keys: the KeyBindings of an InstanceName become keys of a broker
 // object path, typed from VALUETYPE (and TYPE, when the caller gave one).
+#include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <cstdint>
@@ -93,8 +94,7 @@ bool parseNumber(const char* text, CIMCType type, CIMCValue* v) {
     if (type == CIMC_sint8) lo = INT8_MIN, hi = INT8_MAX;
     if (type == CIMC_sint16) lo = INT16_MIN, hi = INT16_MAX;
     if (type == CIMC_sint32) lo = INT32_MIN, hi = INT32_MAX;
-    if (n < lo) n = lo;
-    if (n > hi) n = hi;
+    n = std::clamp(n, lo, hi);
     switch (type) {
         case CIMC_sint8: v->sint8 = static_cast<int8_t>(n); break;
         case CIMC_sint16: v->sint16 = static_cast<int16_t>(n); break;
