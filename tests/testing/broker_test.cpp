@@ -9,7 +9,6 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -101,14 +100,6 @@ protected:
     return path("Mock_ComputerSystem", {{"CreationClassName", "Mock_ComputerSystem"}, {"Name", "mock-server.example.com"}});
   }
   CIMCObjectPath* allTypes(const char* id) { return path("Mock_AllTypes", {{"InstanceID", id}}); }
-  // Every item of an enumeration (the items stay the environment's).
-  std::vector<CIMCData> drain(CIMCEnumeration* en) {
-    std::vector<CIMCData> out;
-    EXPECT_NE(en, nullptr) << text(last.msg);
-    for (int guard = 0; en && guard < 1000 && en->ft->hasNext(en, nullptr); ++guard) out.push_back(en->ft->getNext(en, nullptr));
-    if (en) en->ft->release(en);
-    return out;
-  }
   static std::string className(const CIMCData& d) {
     CIMCObjectPath* op = d.type == CIMC_instance ? d.value.inst->ft->getObjectPath(d.value.inst, nullptr) : d.value.ref;
     return text(op->ft->getClassName(op, nullptr));
@@ -382,9 +373,9 @@ TEST_F(Broker, FailFaultsFailEveryOperation) {
 TEST_F(Broker, NullValuesFaultBlanksPropertiesNotPaths) {
   setenv("CIMMOCK_BROKER_FAULT", "null-values", 1);
   CIMCClient* cl = connect(newEnv());
-  auto items = drain(cl->ft->enumInstances(cl, path("Mock_Processor"), 2, nullptr, &last));
-  ASSERT_EQ(items.size(), 2u);
-  CIMCInstance* i = items[0].value.inst;
+  CIMCEnumeration* en = cl->ft->enumInstances(cl, path("Mock_Processor"), 2, nullptr, &last);
+  ASSERT_NE(en, nullptr) << text(last.msg);
+  CIMCInstance* i = en->ft->getNext(en, nullptr).value.inst;
   int n = i->ft->getPropertyCount(i, nullptr);
   ASSERT_GT(n, 5);
   for (int k = 0; k < n; ++k) EXPECT_EQ(i->ft->getPropertyAt(i, k, nullptr, nullptr).state, CIMC_nullValue);
