@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <regex>
 #include <sstream>
@@ -36,26 +37,30 @@ protected:
     std::string path_;
 };
 
-TEST_F(RtLog, QuietUnlessEnabled) {
-    unsetenv("RT_LOG_LEVEL");
-    rt_log_init();
-    _rt_log("src/x", 1, "C", "cat", 2, "hidden %d", 1);
-    setenv("RT_LOG_LEVEL", "0", 1);
-    rt_log_init();
-    _rt_log("src/x", 1, "C", "cat", 2, "hidden %d", 2);
-    EXPECT_EQ(readFile(path_), "");
-}
-
-TEST_F(RtLog, OneLinePerCallWithItsContextAndTheThreshold) {
-    setenv("RT_LOG_LEVEL", "2", 1);
-    rt_log_init();
-    _rt_log("src/CIMC_SendRequest", 295, "CIMCLIENT", "network", 2, "Request:\n%s", "<CIM/>");
-    _rt_log("src/CIMC_SendRequest", 296, "CIMCLIENT", "network", 3, "too detailed");
+// Unset, 0 and 2 in turn: only the level-2 call under "2" is written.
+TEST_F(RtLog, OneLinePerCallAtOrBelowTheThreshold) {
+    for (const char* level : {static_cast<const char*>(nullptr), "0", "2"}) {
+        level ? setenv("RT_LOG_LEVEL", level, 1) : unsetenv("RT_LOG_LEVEL");
+        rt_log_init();
+        _rt_log("src/CIMC_SendRequest", 295, "CIMCLIENT", "network", 2, "Request:\n%s", "<CIM/>");
+        _rt_log("src/CIMC_SendRequest", 296, "CIMCLIENT", "network", 3, "too detailed");
+    }
     std::string text = readFile(path_);
     std::regex line(R"(^\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{6}Z \[\d+\] CIMCLIENT network src/CIMC_SendRequest:295: Request:
 <CIM/>
 $)");
     EXPECT_TRUE(std::regex_match(text, line)) << text;
+}
+
+// Each init re-reads the environment and closes the file it replaces.
+TEST_F(RtLog, ReinitLeaksNoDescriptor) {
+    setenv("RT_LOG_LEVEL", "1", 1);
+    rt_log_init();
+    using std::filesystem::directory_iterator;
+    auto openFds = [] { return std::distance(directory_iterator("/proc/self/fd"), directory_iterator()); };
+    const auto before = openFds();
+    for (int i = 0; i < 3; ++i) rt_log_init();
+    EXPECT_EQ(openFds(), before);
 }
 
 TEST_F(RtLog, ConcurrentAppendsNeverInterleave) {

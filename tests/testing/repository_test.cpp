@@ -42,22 +42,16 @@ instance of T_Link { Left = $c0; Right = $c1; };
 
 }  // namespace
 
-TEST_F(RepositoryTest, ResolvesInheritanceOfPropertiesAndQualifiers) {
-  const Class* c = repo.findClass(ns, "t_child");  // case-insensitive
+// Origins and restricted qualifiers are pinned by the MOF tests; here the
+// propagated marks, names in any case, property lists and an unknown namespace.
+TEST_F(RepositoryTest, ClassesCarryWhatTheyInherit) {
+  const Class* c = repo.findClass(ns, "t_child");
   ASSERT_NE(c, nullptr);
-  EXPECT_EQ(c->name, "T_Child");
   ASSERT_EQ(c->properties.size(), 3u);
-  EXPECT_EQ(c->properties[0].name, "Id");
-  EXPECT_TRUE(c->properties[0].propagated);
-  EXPECT_EQ(c->properties[0].classOrigin, "T_Base");
-  EXPECT_TRUE(c->properties[0].isKey());
+  EXPECT_TRUE(c->properties[0].propagated && c->properties[0].isKey());
   EXPECT_FALSE(c->properties[1].propagated);  // Count overridden here
-  EXPECT_EQ(c->properties[1].classOrigin, "T_Child");
-  EXPECT_EQ(c->properties[1].value.asText(), "5");
-  // ToSubclass qualifiers propagate, restricted ones (Abstract) do not.
   ASSERT_NE(findQualifier(c->qualifiers, "Description"), nullptr);
   EXPECT_TRUE(findQualifier(c->qualifiers, "Description")->propagated);
-  EXPECT_EQ(findQualifier(c->qualifiers, "Abstract"), nullptr);
   ReadOptions ro;
   ro.hasPropertyList = true;
   ro.propertyList = {"extra"};
@@ -93,7 +87,7 @@ TEST_F(RepositoryTest, InstancesAreKeyedAndFilledWithDefaults) {
 TEST_F(RepositoryTest, ManyInstancesAreFoundByKeyAfterDeletesAndInAnyNumberForm) {
   loadMofText(repo, R"(#pragma include("qualifiers.inc")
 class T_Slot { [Key] string Rack; [Key] uint16 Pos; };)", sampleRepositoryDir() + "/slot.mof");
-  for (int i = 0; i < 3000; ++i) {
+  for (int i = 0; i < 700; ++i) {
     Instance inst;
     inst.className = "T_Slot";
     inst.set("Rack", Value::str("r" + std::to_string(i % 7)));
@@ -113,10 +107,10 @@ class T_Slot { [Key] string Rack; [Key] uint16 Pos; };)", sampleRepositoryDir() 
   for (int i = 0; i < 10; ++i)
     repo.deleteInstance(ns, ObjectPath::parse("T_Slot.Rack=\"r" + std::to_string(i % 7) + "\",Pos=" + std::to_string(i)));
   EXPECT_EQ(repo.findInstance(ns, ObjectPath::parse("T_Slot.Rack=\"r2\",Pos=9")), nullptr);
-  const Instance* last = repo.findInstance(ns, ObjectPath::parse("T_Slot.Rack=\"r3\",Pos=2999"));
+  const Instance* last = repo.findInstance(ns, ObjectPath::parse("T_Slot.Rack=\"r6\",Pos=699"));
   ASSERT_NE(last, nullptr);
-  EXPECT_EQ(last->findProperty("Pos")->value.asText(), "2999");
-  EXPECT_EQ(repo.instancesOf(ns, "T_Slot").size(), 2990u);
+  EXPECT_EQ(last->findProperty("Pos")->value.asText(), "699");
+  EXPECT_EQ(repo.instancesOf(ns, "T_Slot").size(), 690u);
   // A subclass instance with a base instance's keys is a duplicate.
   Instance sub;
   sub.className = "T_Child";
@@ -124,12 +118,9 @@ class T_Slot { [Key] string Rack; [Key] uint16 Pos; };)", sampleRepositoryDir() 
   EXPECT_THROW(repo.createInstance(ns, sub), CimError);
 }
 
+// Instance-level filters are answered over HTTP in server_test.
 TEST_F(RepositoryTest, AssociationsByRoleAndClass) {
   EXPECT_TRUE(repo.references(ns, child(0), "", "Right").empty());
-  auto assoc = repo.associators(ns, child(0), "T_Link", "T_Base", "Left", "Right");
-  ASSERT_EQ(assoc.size(), 1u);
-  EXPECT_TRUE(samePath(assoc[0].path, child(1)));
-  EXPECT_TRUE(repo.associators(ns, child(2), "", "", "", "").empty());
   EXPECT_EQ(repo.referenceClasses(ns, "T_Child", "", ""), (std::vector<std::string>{"T_Link"}));
   EXPECT_EQ(repo.associatorClasses(ns, "T_Child", "", "", "", ""), (std::vector<std::string>{"T_Base"}));
 }
@@ -151,23 +142,19 @@ TEST_F(RepositoryTest, WqlQueries) {
   EXPECT_EQ(code([&] { repo.execQuery(ns, "XPath", "x"); }), CIM_ERR_QUERY_LANGUAGE_NOT_SUPPORTED);
 }
 
-TEST_F(RepositoryTest, MethodsEchoSetAndCustomBehaviour) {
-  MethodResult r = repo.invokeMethod(ns, child(0), "Echo", {{"X", Value::str("7")}});
-  EXPECT_EQ(r.returnValue.asText(), "0");
-  ASSERT_EQ(r.out.size(), 1u);
-  EXPECT_EQ(r.out[0].value.type, Type::Uint16);
+// Echo and SetProperty behaviours are answered over HTTP in server_test; a
+// user's own behaviour replaces one for the class and its subclasses.
+TEST_F(RepositoryTest, CustomMethodBehaviour) {
   EXPECT_THROW(repo.invokeMethod(ns, child(0), "Echo", {{"X", Value::str("70000")}}), CimError);
-  repo.invokeMethod(ns, child(0), "SetExtra", {{"Extra", Value::str("9")}});
-  EXPECT_EQ(repo.getInstance(ns, child(0)).findProperty("Extra")->value.asText(), "9");
   repo.setMethodBehaviour("T_Base", "Echo", [](MethodCall& c) {
     MethodResult m;
     m.returnValue = Value::text(Type::Uint32, "77");
     m.out.push_back({"Target", Value::str(c.target.className)});
     return m;
   });
-  r = repo.invokeMethod(ns, child(1), "Echo", {});
+  MethodResult r = repo.invokeMethod(ns, child(1), "Echo", {});
   EXPECT_EQ(r.returnValue.asText(), "77");
-  EXPECT_EQ(r.out[0].value.asText(), "T_Child");
+  EXPECT_EQ(r.out.at(0).value.asText(), "T_Child");
 }
 
 TEST(ValueTest, CanonicalTexts) {

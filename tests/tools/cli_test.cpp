@@ -87,7 +87,7 @@ std::unique_ptr<cimmock::Server> Cli::server_, Cli::authServer_;
 
 bool contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
 
-// Every command once, in text form: exit 0, a line it must print.
+// Every command once, in text form: exit 0, a line it must print (or nothing).
 TEST_F(Cli, EachCommandAnswers) {
     struct Case {
         std::vector<std::string> args;
@@ -107,76 +107,52 @@ TEST_F(Cli, EachCommandAnswers) {
         {{"assoc", "references", kCpu0, "--result-class", "CIM_SystemDevice"}, "instance of CIM_SystemDevice {"},
         {{"assoc", "reference-names", kCpu0}, ":CIM_SystemDevice.GroupComponent="},
         {{"query", "SELECT * FROM CIM_Processor WHERE LoadPercentage > 50"}, "DeviceID = \"CPU1\";"},
-        {{"-n", "root/interop", "instance", "names", "CIM_Namespace"}, "Name=\"root/interop\""},
         {{"instance", "names", "root/interop:CIM_ObjectManager"}, "CIM_ObjectManager."},
         {{"method", "invoke", "Mock_AllTypes", "ReturnCode"}, "uint32 ReturnValue = 4096;"},
+        // An empty answer is no failure.
+        {{"assoc", "associators", kSystem, "--assoc-class", "CIM_DeviceSAPImplementation", "--role", "Nope"}, ""},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.args[0] + " " + c.args[1]);
         Result r = cli(c.args);
         EXPECT_EQ(r.code, 0) << r.err;
-        EXPECT_TRUE(contains(r.out, c.expected)) << r.out;
+        EXPECT_TRUE(c.expected.empty() ? r.out.empty() : contains(r.out, c.expected)) << r.out;
         EXPECT_EQ(r.err, "");
     }
 }
 
-TEST_F(Cli, AssociationQueriesFilter) {
-    Result r = cli({"assoc", "associator-names", kSystem, "--result-class", "CIM_Processor"});
-    ASSERT_EQ(r.code, 0) << r.err;
-    EXPECT_TRUE(contains(r.out, "DeviceID=\"CPU1\""));
-    EXPECT_FALSE(contains(r.out, "disk0"));
-    // An empty answer is no failure.
-    r = cli({"assoc", "associators", kSystem, "--assoc-class", "CIM_DeviceSAPImplementation", "--role", "Nope"});
-    EXPECT_EQ(r.code, 0) << r.err;
-    EXPECT_EQ(r.out, "");
-}
-
+// Values are typed from the class (property names in any case); text output
+// escapes what it quotes; NULL clears a property.
 TEST_F(Cli, CreateGetModifyDeleteRoundTrip) {
-    Result r = cli({"instance", "create", "Mock_Processor", "DeviceID=CPU-CLI", "CreationClassName=Mock_Processor",
-                    "SystemCreationClassName=Mock_ComputerSystem", "SystemName=mock-server.example.com",
-                    "MaxClockSpeed=1000", R"(ElementName="a <b> & \"c\", d")"});
-    ASSERT_EQ(r.code, 0) << r.err;
-    std::string path = r.out.substr(0, r.out.find('\n'));
-    EXPECT_TRUE(contains(path, R"(DeviceID="CPU-CLI")")) << path;
-
-    r = cli({"instance", "get", path});
-    ASSERT_EQ(r.code, 0) << r.err;
-    EXPECT_TRUE(contains(r.out, R"(ElementName = "a <b> & \"c\", d";)")) << r.out;
-    EXPECT_TRUE(contains(r.out, "MaxClockSpeed = 1000;"));
-
-    r = cli({"instance", "modify", path, "ElementName=renamed", "MaxClockSpeed=2000", "LoadPercentage=NULL"});
-    ASSERT_EQ(r.code, 0) << r.err;
-    EXPECT_EQ(r.out, "");
-    r = cli({"instance", "get", path, "--output", "json"});
-    ASSERT_EQ(r.code, 0) << r.err;
-    auto j = nlohmann::json::parse(r.out);
-    EXPECT_EQ(j["properties"]["ElementName"]["value"], "renamed");
-    EXPECT_EQ(j["properties"]["MaxClockSpeed"]["value"], 2000);
-    EXPECT_TRUE(j["properties"]["LoadPercentage"]["value"].is_null());
-
-    r = cli({"instance", "delete", path});
-    ASSERT_EQ(r.code, 0) << r.err;
-    r = cli({"instance", "get", path});
-    EXPECT_EQ(r.code, 1);
-    EXPECT_TRUE(contains(r.err, "CIM error 6 CIM_ERR_NOT_FOUND: ")) << r.err;
-}
-
-TEST_F(Cli, CreateTypesArraysAndReferencesFromTheClass) {
     Result r = cli({"instance", "create", "Mock_AllTypes", "InstanceID=cli:1", "PUint8Array=[1, 2,255]",
                     R"(PStringArray=["x,y", z])", "PBoolean=false", "PSint64=-7", "PReference=" + kSystem,
-                    "pstring=case does not matter"});
+                    R"(pstring=a <b> & "c", d)", "PUint32=1000"});
     ASSERT_EQ(r.code, 0) << r.err;
     const std::string path = R"(Mock_AllTypes.InstanceID="cli:1")";
+    EXPECT_EQ(r.out, path + "\n");
+    r = cli({"instance", "get", path});
+    ASSERT_EQ(r.code, 0) << r.err;
+    EXPECT_TRUE(contains(r.out, R"(PString = "a <b> & \"c\", d";)")) << r.out;
+    EXPECT_TRUE(contains(r.out, "PUint8Array = {1, 2, 255};"));
+
+    r = cli({"instance", "modify", path, "PString=renamed", "PUint32=2000", "PSint64=NULL"});
+    ASSERT_EQ(r.code, 0) << r.err;
+    EXPECT_EQ(r.out, "");
     r = cli({"instance", "get", path, "-o", "json"});
     ASSERT_EQ(r.code, 0) << r.err;
     auto props = nlohmann::json::parse(r.out)["properties"];
+    EXPECT_EQ(props["PString"]["value"], "renamed");
+    EXPECT_EQ(props["PUint32"]["value"], 2000);
+    EXPECT_TRUE(props["PSint64"]["value"].is_null());
     EXPECT_EQ(props["PUint8Array"]["value"], nlohmann::json::array({1, 2, 255}));
     EXPECT_EQ(props["PStringArray"]["value"], nlohmann::json::array({"x,y", "z"}));
     EXPECT_EQ(props["PBoolean"]["value"], false);
-    EXPECT_EQ(props["PSint64"]["value"], -7);
-    EXPECT_EQ(props["PString"]["value"], "case does not matter");
     EXPECT_EQ(props["PReference"]["value"]["keys"]["Name"], "mock-server.example.com");
-    EXPECT_EQ(cli({"instance", "delete", path}).code, 0);
+
+    ASSERT_EQ(cli({"instance", "delete", path}).code, 0);
+    r = cli({"instance", "get", path});
+    EXPECT_EQ(r.code, 1);
+    EXPECT_TRUE(contains(r.err, "CIM error 6 CIM_ERR_NOT_FOUND: ")) << r.err;
 }
 
 TEST_F(Cli, TypedMethodCallReturnsOutParameters) {
@@ -261,31 +237,23 @@ TEST_F(Cli, FailuresHaveTheirExitCodes) {
     const std::string port = std::to_string(server_->port());
     const std::string authPort = std::to_string(authServer_->port());
     const Case cases[] = {
-        {"unknown class", {"--port", port, "class", "get", "No_Such"}, {}, 1, "CIM error 6 CIM_ERR_NOT_FOUND: "},
         {"no such class", {"--port", port, "instance", "enumerate", "No_Such"}, {}, 1,
          "CIM error 5 CIM_ERR_INVALID_CLASS: class No_Such"},
-        {"bad namespace", {"--port", port, "-n", "no/where", "class", "names"}, {}, 1, "CIM_ERR_INVALID_NAMESPACE"},
         {"method fails", {"--port", port, "method", "invoke", "Mock_AllTypes", "Fail"}, {}, 1, "CIM_ERR_FAILED"},
-        {"bad query", {"--port", port, "query", "SELEKT"}, {}, 1, "CIM_ERR_INVALID_QUERY"},
         {"wrong password", {"--port", authPort, "-u", "admin", "class", "names"}, {{"CIMXML_PASSWORD", "wrong"}}, 3,
          "authentication failed for user 'admin'"},
         {"no password", {"--port", authPort, "-u", "admin", "class", "names"}, {}, 3, "HTTP 401"},
         {"closed port", {"--port", "1", "class", "names"}, {}, 4, "no reply from 127.0.0.1:1"},
-        {"closed port, invoke", {"--port", "1", "method", "invoke", "Mock_AllTypes", "ReturnCode"}, {}, 4,
-         "no reply"},
         {"unknown host", {"--host", "no-such-host.invalid", "class", "names"}, {}, 4, "cannot resolve host"},
         {"no local broker", {"--local", "class", "names"}, {{"LD_LIBRARY_PATH", "/nonexistent"}}, 4,
          "libcimcClientSfcbLocal.so cannot be loaded"},
         {"bad option", {"--bogus", "class", "names"}, {}, 2, "--bogus"},
-        {"no command", {"--port", port}, {}, 2, "subcommand"},
         {"bad output", {"-o", "yaml", "class", "names"}, {}, 2, "yaml"},
         {"bad path", {"--port", port, "instance", "get", "CIM_Foo.Name=x"}, {}, 2, "strings need double quotes"},
         {"class as path", {"--port", port, "instance", "delete", "CIM_Foo"}, {}, 2, "names a class"},
         {"create, unknown property", {"--port", port, "instance", "create", "Mock_Processor", "Nope=1"}, {}, 2,
          "class Mock_Processor has no property Nope"},
         {"bad value", {"--port", port, "method", "invoke", "Mock_AllTypes", "Echo", "U32=-1"}, {}, 2, "not a uint32"},
-        {"undeclared", {"--port", port, "method", "invoke", "Mock_AllTypes", "Echo", "Nope=1"}, {}, 2,
-         "has no parameter Nope"},
         {"no method", {"--port", port, "method", "invoke", "Mock_AllTypes", "Nope", "X=1"}, {}, 2,
          "declares no method Nope"},
         {"bad url", {"class", "names"}, {{"CIMXML_URL", "http://u:pw@h/"}}, 2, "CIMXML_PASSWORD"},

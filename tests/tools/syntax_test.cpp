@@ -24,11 +24,9 @@ struct PathCase {
 TEST(PathParse, ReadsWhatUsersWrite) {
     const PathCase cases[] = {
         {"CIM_Foo", "", "", "CIM_Foo", {}},
-        {R"(CIM_Foo.Name="x",Id=3)", "", "", "CIM_Foo", {{"Name", K::String, "x"}, {"Id", K::Number, "3"}}},
-        {R"(CIM_Foo.Name="say \"hi\" \\ bye")", "", "", "CIM_Foo", {{"Name", K::String, "say \"hi\" \\ bye"}}},
-        {R"(CIM_Foo.Name="line\nnext\ttab")", "", "", "CIM_Foo", {{"Name", K::String, "line\nnext\ttab"}}},
+        {R"(CIM_Foo.Name="say \"hi\" \\ a\nb\tc",N=-12,R=1.5e3)", "", "", "CIM_Foo",
+         {{"Name", K::String, "say \"hi\" \\ a\nb\tc"}, {"N", K::Number, "-12"}, {"R", K::Number, "1.5e3"}}},
         {"CIM_Foo.On=TRUE,Off=false", "", "", "CIM_Foo", {{"On", K::Boolean, "true"}, {"Off", K::Boolean, "false"}}},
-        {"CIM_Foo.N=-12,R=1.5e3", "", "", "CIM_Foo", {{"N", K::Number, "-12"}, {"R", K::Number, "1.5e3"}}},
         {R"(root/cimv2:CIM_Foo.Id=1)", "", "root/cimv2", "CIM_Foo", {{"Id", K::Number, "1"}}},
         {R"(//localhost/root/cimv2:CIM_Foo.Id=1)", "localhost", "root/cimv2", "CIM_Foo", {{"Id", K::Number, "1"}}},
         {R"(CIM_Assoc.A="root/x:CIM_Bar.Id=\"a,b\"",B=2)", "", "", "CIM_Assoc",
@@ -125,7 +123,6 @@ TEST(Values, TypedByDeclaration) {
         {"NULL", "string", {}, true},
         {R"("NULL")", "string", {"NULL"}, false},
         {"0xff", "uint8", {"0xff"}, false},
-        {"-128", "sint8", {"-128"}, false},
         {"18446744073709551615", "uint64", {"18446744073709551615"}, false},
         {"TRUE", "boolean", {"true"}, false},
         {"-2.5e3", "real64", {"-2.5e3"}, false},
@@ -156,15 +153,9 @@ TEST(Values, RejectsWhatTheTypeCannotHold) {
 }
 
 TEST(Values, ReferencesReadAsPaths) {
-    Value v = parseValue(R"("CIM_Bar.Id=\"1\"")", parseType("ref"));
-    ASSERT_EQ(v.refs.size(), 1u);
-    EXPECT_EQ(v.refs[0].className, "CIM_Bar");
-    EXPECT_EQ(formatPath(v.refs[0]), R"(CIM_Bar.Id="1")");
-    v = parseValue(R"(CIM_Bar.Id="1")", parseType("ref"));  // unquoted works too
-    EXPECT_EQ(v.refs.at(0).keys.at(0).text, "1");
-    v = parseValue(R"(["A.K=1","B.K=2"])", parseType("ref[]"));
+    Value v = parseValue(R"(["A.K=1","B.K=\"2\""])", parseType("ref[]"));
     ASSERT_EQ(v.refs.size(), 2u);
-    EXPECT_EQ(v.refs[1].className, "B");
+    EXPECT_EQ(formatPath(v.refs[1]), R"(B.K="2")");
 }
 
 TEST(Url, FillsWhatItNames) {
@@ -178,7 +169,6 @@ TEST(Url, FillsWhatItNames) {
     const Case cases[] = {
         {"http://admin@cimom.example:5989/root/interop", "admin", "cimom.example", 5989, "root/interop"},
         {"http://127.0.0.1", "", "127.0.0.1", 0, ""},
-        {"http://h:1/", "", "h", 1, ""},
         {"http://u@h/root/cimv2/", "u", "h", 0, "root/cimv2"},
     };
     for (const auto& c : cases) {

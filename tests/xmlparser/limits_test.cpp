@@ -1,5 +1,5 @@
-// Size and shape: deep nesting must not recurse, large documents span many
-// storage blocks.
+// Deep nesting must not recurse; the tree spans many storage blocks and
+// renders back to the very text.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -27,25 +27,6 @@ TEST(DomLimits, DeepNestingNeitherRecursesNorCrashes) {
     XMLParseContext ctx;  // the same nesting left open
     EXPECT_EQ(parseTextLength(&ctx, doc.data(), depth * 3 + 4), nullptr);
     EXPECT_NE(ctx.status, 0);
-}
-
-TEST(DomLimits, LargeDocumentKeepsEveryNodeInOrder) {
-    const int count = 200000;
-    std::string doc = "<r>\n";
-    for (int i = 0; i < count; ++i)
-        doc += "  <V N=\"" + std::to_string(i) + "\">" + std::to_string(i) + "<!---->&amp;</V>\n";
-    doc += "</r>";
-
-    DocPtr d = parse(doc);
-    ASSERT_TRUE(d);
-    int i = 0;
-    for (const XMLNode* v = d->root->firstChild; v; v = v->nextSibling, ++i) {
-        ASSERT_LT(i, count);
-        ASSERT_STREQ(v->attributes->value, std::to_string(i).c_str());
-        ASSERT_STREQ(v->firstChild->value, (std::to_string(i) + "&").c_str());
-        ASSERT_EQ(v->firstChild->nextSibling, nullptr);
-    }
-    EXPECT_EQ(i, count);
 }
 
 }  // namespace
