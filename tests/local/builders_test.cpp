@@ -14,22 +14,14 @@ TEST_F(Builders, ScalarsByTypeName) {
     enum Via { Setter, Argument };
     const struct { Via via; const char* type; const char* text; CIMCType code; uint64_t bits; } cases[] = {
         {Setter, "uint8", "300", CIMC_uint8, 44},  // low 8 bits
-        {Setter, "sint8", "200", CIMC_sint8, 0xC8},
-        {Setter, "uint16", "70000", CIMC_uint16, 4464},
+        {Setter, "sint16", "70000", CIMC_sint16, 4464},
         {Setter, "uint32", "4294967295", CIMC_uint32, 2147483647},  // the saturated 32-bit long
-        {Setter, "uint32", "-1", CIMC_uint32, 0xFFFFFFFFu},
         {Setter, "sint32", "-2147483649", CIMC_sint32, 0x80000000u},
-        {Setter, "uint32", "12abc", CIMC_uint32, 12},
-        {Setter, "uint64", "4294967295", CIMC_uint64, 2147483647},
         {Setter, "uint64", "-1", CIMC_uint64, UINT64_MAX},  // sign-extended
-        {Setter, "sint64", "-5000000000", CIMC_sint64, static_cast<uint64_t>(int64_t{INT32_MIN})},
         {Setter, "boolean", "TRUE", CIMC_boolean, 1},
-        {Setter, "boolean", "FALSE", CIMC_boolean, 0},
         {Setter, "boolean", "true", CIMC_boolean, 0},  // only the upper-case word counts
         {Argument, "uint8", "257", CIMC_uint8, 1},
-        {Argument, "sint16", "-32769", CIMC_sint16, 0x7FFF},
-        {Argument, "uint64", "4294967295", CIMC_uint64, 2147483647},
-        {Argument, "sint64", "-1", CIMC_sint64, UINT64_MAX},
+        {Argument, "sint64", "4294967295", CIMC_sint64, 2147483647},
         {Argument, "boolean", "TRUE", CIMC_boolean, 1},
         {Argument, "boolean", "true", CIMC_boolean, 0},  // passed all the same, with a cleared value
     };
@@ -122,16 +114,14 @@ TEST_F(Builders, SetterArraysConvertEachElement) {
     for (PropertyArray* p : {valid, refused, ignored}) Free_PropertyArray(p);
 }
 
-TEST_F(Builders, ArgumentObjectsAndRefusals) {
+// Scalars, arrays and a reference reach the broker through the public API in
+// the scenario suite's Echo call; these are the entries it does not make.
+TEST_F(Builders, ArgumentRefusals) {
     CIMCArgs* args = newArgs();
-    ParamValue* objects = chain<ParamValue>({param("S", "string", "text"),
-                                             param("D", "datetime", "00000001020304.000000:000"),
-                                             param("R", "reference", "x"), param("N", "uint8", nullptr)});
+    ParamValue* objects = chain<ParamValue>({param("S", "string", "text"), param("R", "reference", "x"),
+                                             param("N", "uint8", nullptr)});
     for (ParamValue* p = objects; p; p = p->next) EXPECT_EQ(CIMC_CreatePropertyArguments(p, args, env_), 0);
-    EXPECT_EQ(get(args, "S").type, CIMC_string);
-    EXPECT_EQ(text(get(args, "S")), "text");
-    EXPECT_EQ(text(get(args, "D")), "00000001020304.000000:000");
-    EXPECT_EQ(args->ft->getArgCount(args, nullptr), 2);  // no reference, nothing without text
+    EXPECT_EQ(args->ft->getArgCount(args, nullptr), 1);  // no reference, nothing without text
     EXPECT_EQ(CIMC_CreatePropertyArguments(objects, nullptr, env_), 0);  // nowhere to add: nothing done
     ParamValue* noType = param("A", nullptr, "1");
     EXPECT_EQ(CIMC_CreatePropertyArguments(noType, args, env_), -1);
@@ -227,14 +217,12 @@ ParamValue* arrayParam(const char* name, const char* type, Value* elements) {
 
 TEST_F(Builders, ArgumentArraysAndReferences) {
     CIMCArgs* args = newArgs();
-    ParamValue* params = chain<ParamValue>({arrayParam("U16", "uint16", values({"1", "70000"})),
-                                            arrayParam("S", "string", values({"x", nullptr})),
+    ParamValue* params = chain<ParamValue>({arrayParam("S", "string", values({"x", nullptr})),
                                             arrayParam("E", "string", embeddedValue("Test_Embedded",
                                                                                      property("U8", "uint8", "9"), nullptr))});
-    params->next->next->valueArray->value->next = values({"no instance"});  // an entry that stays unset
+    params->next->valueArray->value->next = values({"no instance"});  // an entry that stays unset
     for (ParamValue* p = params; p; p = p->next)
         EXPECT_EQ(CIMC_CreatePropertyArrayArguments(p, "root/cimv2", args, env_), 0);
-    EXPECT_EQ(at(get(args, "U16"), 1).value.uint16, 4464);
     CIMCData s = get(args, "S");
     ASSERT_EQ(s.type, CIMC_ARRAY | CIMC_string);
     EXPECT_EQ(text(at(s, 0)), "x");
@@ -245,9 +233,6 @@ TEST_F(Builders, ArgumentArraysAndReferences) {
     EXPECT_EQ(get(at(e, 0).value.inst, "U8").value.uint8, 9);
     EXPECT_EQ(at(e, 1).state, CIMC_nullValue);
 
-    ParamValue* one = param("R", "reference", nullptr);
-    one->valueReference = make<ValueReference>();
-    one->valueReference->instanceName = instanceName("CIM_System", {{"Name", "n1"}});
     ParamValue* many = param("Rs", "reference", nullptr);
     many->valueRefArray = make<ValueRefArray>();
     ValueReference* first = many->valueRefArray->valueReference = make<ValueReference>();
@@ -260,12 +245,8 @@ TEST_F(Builders, ArgumentArraysAndReferences) {
     second->localInstancePath->localNamespacePath->namespaces->next->name = dup("interop");
     second->localInstancePath->instanceName = instanceName("B", {});
     ParamValue* none = param("X", "reference", nullptr);
-    EXPECT_EQ(CIMC_CreateValueRefArguments(one, "root/cimv2", args, env_), 0);
     EXPECT_EQ(CIMC_CreateValueRefArguments(many, "root/cimv2", args, env_), 0);
     EXPECT_EQ(CIMC_CreateValueRefArguments(none, "root/cimv2", args, env_), -1);
-    CIMCData r = get(args, "R");
-    ASSERT_EQ(r.type, CIMC_ref);
-    EXPECT_EQ(text(r.value.ref->ft->getKey(r.value.ref, "Name", nullptr)), "n1");
     CIMCData rs = get(args, "Rs");
     ASSERT_EQ(rs.type, CIMC_ARRAY | CIMC_ref);
     ASSERT_EQ(size(rs), 2);
@@ -278,7 +259,7 @@ TEST_F(Builders, ArgumentArraysAndReferences) {
         EXPECT_STREQ(cls->ft->getCharPtr(cls, nullptr), expected[i][1]);
     }
     EXPECT_EQ(get(args, "X").state, CIMC_notFound);
-    for (ParamValue* p : {params, one, many, none}) Free_ParamValue(p);
+    for (ParamValue* p : {params, many, none}) Free_ParamValue(p);
 }
 
 }  // namespace

@@ -11,15 +11,6 @@ using namespace localtest;
 
 const char* const kNs = "root/cimv2";
 
-InstanceName* cpu0() {
-    return instanceName("Mock_Processor", {{"SystemCreationClassName", "Mock_ComputerSystem"},
-                                           {"SystemName", "mock-server.example.com"},
-                                           {"CreationClassName", "Mock_Processor"}, {"DeviceID", "CPU0"}});
-}
-InstanceName* server() {
-    return instanceName("Mock_ComputerSystem",
-                        {{"CreationClassName", "Mock_ComputerSystem"}, {"Name", "mock-server.example.com"}});
-}
 InstanceName* allTypes(const char* id) { return instanceName("Mock_AllTypes", {{"InstanceID", id}}); }
 Instance* allTypesInstance(const char* id, Property* more) {
     auto* inst = make<Instance>();
@@ -27,11 +18,6 @@ Instance* allTypesInstance(const char* id, Property* more) {
     inst->properties = property("InstanceID", "string", id);
     inst->properties->next = more;
     return inst;
-}
-ObjectName* objectName(InstanceName* path) {
-    auto* on = make<ObjectName>();
-    on->instanceName = path;
-    return on;
 }
 // Frees what an operation gave back (read once it returned) and says whether it gave anything.
 template <class R>
@@ -42,11 +28,11 @@ int done(int rc, R** result, int (*free)(R*), bool* produced) {
 }
 
 TEST(Frame, EveryOperationSharesTheFrame) {
-    InstanceName* cpu = cpu0();
-    InstanceName* sys = server();
+    InstanceName* cpu = opt::processor("CPU0");
+    InstanceName* sys = opt::computerSystem();
     InstanceName* absent = allTypes("local:absent");
     InstanceName* target = allTypes("mock:alltypes:1");
-    ObjectName* cpuName = objectName(cpu0());
+    ObjectName* cpuName = opt::objectName(opt::processor("CPU0"));
     Instance* creation = allTypesInstance("local:never", nullptr);
     NamedInstance* modification = make<NamedInstance>();
     modification->instanceName = allTypes("mock:alltypes:2");
