@@ -152,7 +152,8 @@ TEST_F(Builders, EmbeddedInstanceCarriesSixTypes) {
                                               property("B", "boolean", "yes"), property("S", "string", "s"),
                                               property("D", "datetime", "20240305070809.000000+060"),
                                               property("U32", "uint32", "5"), property("S64", "sint64", "5"),
-                                              property("N", "string", nullptr), property(nullptr, "uint8", "1")}),
+                                              property("N", "string", nullptr), property("V", "string", nullptr, false),
+                                              property("T", nullptr, "1"), property(nullptr, "uint8", "1")}),
                              nullptr);
     EXPECT_EQ(CIMC_CreateCDataArgument(p, "root/cimv2", args, env_), 0);
     CIMCData d = get(args, "E");
@@ -163,7 +164,7 @@ TEST_F(Builders, EmbeddedInstanceCarriesSixTypes) {
     EXPECT_EQ(get(inst, "B").type, CIMC_boolean);
     EXPECT_EQ(text(get(inst, "S")), "s");
     EXPECT_EQ(text(get(inst, "D")), "20240305070809.000000+060");
-    for (const char* absent : {"U32", "S64", "N"})  // left out on purpose; no text: not set at all
+    for (const char* absent : {"U32", "S64", "N", "V", "T"})  // left out on purpose; no text or type: not set
         EXPECT_EQ(get(inst, absent).state, CIMC_notFound) << absent;
     ParamValue* classless = embedded(nullptr, nullptr, nullptr);
     ParamValue* plain = param("P", "string", "text");
@@ -220,7 +221,9 @@ TEST_F(Builders, ArgumentArraysAndReferences) {
     ParamValue* params = chain<ParamValue>({arrayParam("S", "string", values({"x", nullptr})),
                                             arrayParam("E", "string", embeddedValue("Test_Embedded",
                                                                                      property("U8", "uint8", "9"), nullptr))});
-    params->next->valueArray->value->next = values({"no instance"});  // an entry that stays unset
+    // Entries that stay unset: no instance, an instance without a class.
+    params->next->valueArray->value->next = values({"no instance"});
+    params->next->valueArray->value->next->next = embeddedValue(nullptr, nullptr, nullptr);
     for (ParamValue* p = params; p; p = p->next)
         EXPECT_EQ(CIMC_CreatePropertyArrayArguments(p, "root/cimv2", args, env_), 0);
     CIMCData s = get(args, "S");
@@ -229,9 +232,19 @@ TEST_F(Builders, ArgumentArraysAndReferences) {
     EXPECT_EQ(at(s, 1).state, CIMC_nullValue);
     CIMCData e = get(args, "E");
     ASSERT_EQ(e.type, CIMC_ARRAY | CIMC_instance);
-    ASSERT_EQ(size(e), 2);
+    ASSERT_EQ(size(e), 3);
     EXPECT_EQ(get(at(e, 0).value.inst, "U8").value.uint8, 9);
     EXPECT_EQ(at(e, 1).state, CIMC_nullValue);
+    EXPECT_EQ(at(e, 2).state, CIMC_nullValue);
+    // Refused: no parameter, name, array, argument list or environment.
+    ParamValue* nameless = arrayParam(nullptr, "string", values({"x"}));
+    ParamValue* scalar = param("P", "string", "x");
+    for (ParamValue* p : {static_cast<ParamValue*>(nullptr), nameless, scalar})
+        EXPECT_EQ(CIMC_CreatePropertyArrayArguments(p, "root/cimv2", args, env_), -1);
+    EXPECT_EQ(CIMC_CreatePropertyArrayArguments(params, "root/cimv2", nullptr, env_), -1);
+    EXPECT_EQ(CIMC_CreatePropertyArrayArguments(params, "root/cimv2", args, nullptr), -1);
+    Free_ParamValue(nameless);
+    Free_ParamValue(scalar);
 
     ParamValue* many = param("Rs", "reference", nullptr);
     many->valueRefArray = make<ValueRefArray>();

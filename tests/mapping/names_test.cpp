@@ -46,22 +46,37 @@ TEST_F(Names, AssociationResultsUseTheTwoPartNamespace) {
 }
 
 // Allocation failures on the way report -1 and leak nothing.
+// A run that reports success gives the whole result.
 TEST_F(Names, AllocationFailuresReportFailure) {
     CIMCClient* cl = client();
     std::vector<CIMCData> refs = items(cl->ft->references(cl, system(), nullptr, nullptr, 0, nullptr, nullptr));
     ASSERT_FALSE(refs.empty());
+    auto shape = [](const ObjectWithPath* o) {
+        return keysText(o->instancePath->instanceName->keyBindings) + " " + std::to_string(count(o->instance->properties)) +
+               "/" + std::to_string(count(o->instance->propertyReferences));
+    };
+    ObjectWithPath* full = nullptr;
+    ASSERT_EQ(AddToAssociatorList(&full, refs[0].value.inst), 0);
     EXPECT_GT(failEachAllocation([&] {
                   ObjectWithPath* l = nullptr;
                   int rc = AddToAssociatorList(&l, refs[0].value.inst);
+                  if (rc == 0) EXPECT_EQ(shape(l), shape(full));
                   Free_ObjectWithPath(l);
                   return rc;
               }),
               30);
+    Free_ObjectWithPath(full);
     std::vector<CIMCData> names = items(cl->ft->enumInstanceNames(cl, path(kNs, "CIM_SystemDevice"), nullptr));
     ASSERT_FALSE(names.empty());
+    InstanceName* whole = nullptr;
+    ASSERT_EQ(AddToEnumInstanceNameList(&whole, names[0].value.ref), 0);
+    const std::string keys = keysText(whole->keyBindings);
+    Free_InstanceName(whole);
+    EXPECT_NE(keys.find("PartComponent->(SystemCreationClassName="), std::string::npos) << keys;
     EXPECT_GT(failEachAllocation([&] {
                   InstanceName* l = nullptr;
                   int rc = AddToEnumInstanceNameList(&l, names[0].value.ref);  // reference keys
+                  if (rc == 0) EXPECT_EQ(keysText(l->keyBindings), keys);
                   Free_InstanceName(l);
                   return rc;
               }),
