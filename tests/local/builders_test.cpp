@@ -209,6 +209,43 @@ TEST_F(Builders, EmbeddedArraysCountOnAcrossArrays) {
     Free_ParamValue(p);
 }
 
+// Each builder's refusals, one missing piece at a time; nothing is added.
+TEST_F(Builders, MissingPiecesAreRefused) {
+    const char* ns = "root/cimv2";
+    CIMCInstance* inst = newInstance();
+    CIMCArgs* args = newArgs();
+    Property* p = property("P", "uint8", "1");
+    PropertyArray* a = propertyArray("A", "uint8", values({"1"}));
+    PropertyArray* arrayless = propertyArray("A", "uint8", nullptr);
+    Free_ValueArray(arrayless->valueArray);
+    arrayless->valueArray = nullptr;
+    ParamValue* e = embedded("Test_Embedded", nullptr, nullptr);
+    ParamValue* unnamedClass = embedded("X", nullptr, nullptr);
+    std::free(unnamedClass->value->instance->className->name);
+    unnamedClass->value->instance->className->name = nullptr;
+    ParamValue* valueless = param("E", "string", nullptr);
+    ParamValue* nameless = param(nullptr, "uint8", "1");
+    ParamValue* ref = param("R", "reference", nullptr);
+    ref->valueReference = make<ValueReference>();
+    ref->valueReference->instanceName = instanceName("CIM_System", {{"Name", "n1"}});
+    ParamValue* unnamedRef = param(nullptr, "reference", nullptr);
+    unnamedRef->valueReference = make<ValueReference>();
+    unnamedRef->valueReference->className = className("A");
+    const int got[] = {CIMC_Handle_Modify_Properties(p, nullptr, env_), CIMC_Handle_Modify_PropertieArray(nullptr, inst, env_),
+                       CIMC_Handle_Modify_PropertieArray(arrayless, inst, env_), CIMC_Handle_Modify_PropertieArray(a, nullptr, env_),
+                       CIMC_Handle_Modify_PropertieArray(a, inst, nullptr), CIMC_CreatePropertyArguments(nameless, args, env_),
+                       CIMC_CreateCDataArgument(nullptr, ns, args, env_), CIMC_CreateCDataArgument(valueless, ns, args, env_),
+                       CIMC_CreateCDataArgument(unnamedClass, ns, args, env_), CIMC_CreateCDataArgument(e, ns, args, nullptr),
+                       CIMC_CreateValueRefArguments(nullptr, ns, args, env_), CIMC_CreateValueRefArguments(unnamedRef, ns, args, env_),
+                       CIMC_CreateValueRefArguments(ref, ns, nullptr, env_), CIMC_CreateValueRefArguments(ref, ns, args, nullptr)};
+    for (const int& rc : got) EXPECT_EQ(rc, -1) << &rc - got;
+    EXPECT_EQ(args->ft->getArgCount(args, nullptr), 0);
+    EXPECT_EQ(get(inst, "A").state, CIMC_notFound);
+    Free_Property(p);
+    for (PropertyArray* x : {a, arrayless}) Free_PropertyArray(x);
+    for (ParamValue* x : {e, unnamedClass, valueless, nameless, ref, unnamedRef}) Free_ParamValue(x);
+}
+
 ParamValue* arrayParam(const char* name, const char* type, Value* elements) {
     ParamValue* p = param(name, type, nullptr);
     p->valueArray = make<ValueArray>();

@@ -86,6 +86,9 @@ TEST_F(Names, AllocationFailuresReportFailure) {
 // Each binding into a broker key and back: "K=text(type name)", nullptr when
 // CIMC_AddKeyValues refuses it.
 TEST_F(Names, KeyBindingsBecomeTypedKeys) {
+    InstanceName empty{};
+    EXPECT_EQ(CIMC_AddKeyValues(path(kNs, "X"), nullptr, env_), -1);
+    EXPECT_EQ(CIMC_AddKeyValues(path(kNs, "X"), &empty, env_), 0);
     const struct { const char* value; const char* valueType; const char* cimType; const char* back; } cases[] = {
         {"42", "numeric", "uint8", "K=42(uint8)"},
         {"300", "numeric", "uint8", "K=255(uint8)"},  // saturated
@@ -121,9 +124,50 @@ TEST_F(Names, KeyBindingsBecomeTypedKeys) {
         EXPECT_EQ(keysText(back), c.back ? c.back : "");
         Free_KeyBinding(back);
     }
-    InstanceName empty{};
-    EXPECT_EQ(CIMC_AddKeyValues(nullptr, &empty, env_), -1);
-    EXPECT_EQ(CIMC_AddKeyValues(path(kNs, "X"), nullptr, env_), -1);
+}
+
+// Broker objects without a function table, and missing outputs, one guard at
+// a time: each mapping refuses (-1) or maps nothing (0), and never crashes.
+TEST(Guards, BareObjectsAndMissingOutputs) {
+    CIMCObjectPath op{nullptr, nullptr};
+    CIMCInstance inst{nullptr, nullptr};
+    CIMCClass cls{nullptr, nullptr};
+    CIMCArgs args{nullptr, nullptr};
+    CIMCArray arr{nullptr, nullptr};
+    InstanceName name{};
+    NamedInstance ni{};
+    Instance i{};
+    Class c{};
+    ObjectWithPath owp{};
+    ObjectPath p{};
+    ObjectWithPath* owps = nullptr;
+    KeyBinding* keys = nullptr;
+    InstanceName* names = nullptr;
+    Value* values = nullptr;
+    ParamValue* params = nullptr;
+    Property* props = nullptr;
+    PropertyArray* arrays = nullptr;
+    PropertyReference* refs = nullptr;
+    const int got[][2] = {
+        {CIMC_AddKeyValues(&op, &name, nullptr), -1}, {CIMC_AddKeyValues(nullptr, &name, nullptr), -1},
+        {GetKeyBindingValues(&op, &keys), 0}, {GetKeyBindingValues(&op, nullptr), -1},
+        {GetKeysFromObjectPath(&op, &names), 0}, {GetKeysFromObjectPath(&op, nullptr), -1},
+        {mapEnumInstanceNames(&op, &name), 0}, {mapEnumInstanceNames(&op, nullptr), -1},
+        {AddToEnumInstanceNameList(nullptr, &op), -1}, {AddToEnumInstanceNameList(&names, nullptr), 0},
+        {mapInstance(&inst, &ni), -1}, {mapGetInstance(&i, &inst), -1}, {mapGetInstance(nullptr, &inst), -1},
+        {mapGetClass(&cls, &c), -1}, {mapGetClass(&cls, nullptr), -1},
+        {mapAssociators(&inst, &owp), -1}, {mapAssociators(&inst, nullptr), -1},
+        {AddToAssociatorList(nullptr, &inst), -1}, {AddToAssociatorList(&owps, nullptr), -1},
+        {mapAssociatorNames(&op, &p), 0}, {mapAssociatorNames(&op, nullptr), -1},
+        {GetInstanceProperties(&inst, nullptr, &props, &arrays, &refs), 0},
+        {GetInstanceProperties(nullptr, nullptr, nullptr, &arrays, &refs), -1},
+        {GetInstanceProperties(nullptr, nullptr, &props, nullptr, &refs), -1},
+        {GetInstanceProperties(nullptr, nullptr, &props, &arrays, nullptr), -1},
+        {mapInvokeReturnValue("X", nullptr, nullptr), -1}, {CIMC_Handle_Invoke_ReturnValues(nullptr, &args, &params), 0},
+        {getPropertyArrayData(&values, 8320, nullptr, nullptr, &arr), 0},
+        {getPropertyArrayData(nullptr, 8320, nullptr, nullptr, &arr), 0}};
+    for (const auto& g : got) EXPECT_EQ(g[0], g[1]) << &g - got;
+    EXPECT_TRUE(!keys && !names && !values && !params && !props && !arrays && !refs && !p.instancePath && !name.keyBindings && !owps);
 }
 
 TEST_F(Names, ReferenceKeysInEachFormBecomeNestedPaths) {
