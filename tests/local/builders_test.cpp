@@ -284,9 +284,12 @@ TEST_F(Builders, ArgumentArraysAndReferences) {
     ValueReference* second = first->next = make<ValueReference>();
     second->localInstancePath = make<LocalInstancePath>();  // its own namespace, "root/interop"
     second->localInstancePath->localNamespacePath = make<LocalNamespacePath>();
-    second->localInstancePath->localNamespacePath->namespaces = chain<Namespace>({make<Namespace>(), make<Namespace>()});
-    second->localInstancePath->localNamespacePath->namespaces->name = dup("root");
-    second->localInstancePath->localNamespacePath->namespaces->next->name = dup("interop");
+    // An empty component is left out of the joined namespace.
+    Namespace* root = chain<Namespace>({make<Namespace>(), make<Namespace>(), make<Namespace>()});
+    second->localInstancePath->localNamespacePath->namespaces = root;
+    root->name = dup("root");
+    root->next->name = dup("");
+    root->next->next->name = dup("interop");
     second->localInstancePath->instanceName = instanceName("B", {});
     ParamValue* none = param("X", "reference", nullptr);
     EXPECT_EQ(CIMC_CreateValueRefArguments(many, "root/cimv2", args, env_), 0);

@@ -48,6 +48,7 @@ TEST_F(Invoke, EachKindOfDataItem) {
         {"D", {CIMC_dateTime, 0, dateTime("00000001020304.000000:000")}, "datetime", "00000001020304.000000:000"},
         {"A", {CIMC_sint8 | CIMC_ARRAY, 0, array(CIMC_sint8, {none()})}, "sint8", "<none>"},
         {"P", {CIMC_ref, 0, none()}, "reference", "<none>"},
+        {"Q", {CIMC_ref, 0, ref(path("", "X", {{"Id", "1"}}))}, "reference", "<none>"},
         {"E", {CIMC_instance, 0, with([&](CIMCValue& v) { v.inst = settings; })}, "instance", "<none>"}};
     ParamValue* list = nullptr;
     for (auto c : cases) ASSERT_EQ(mapInvokeReturnValue(c.name, &c.data, &list), 0);
@@ -59,6 +60,9 @@ TEST_F(Invoke, EachKindOfDataItem) {
     }
     EXPECT_EQ(texts(named(list, "A")->valueArray), (Strings{"0"}));
     EXPECT_EQ(named(list, "P")->valueReference, nullptr);
+    const ValueReference* q = named(list, "Q")->valueReference;  // no namespace: a bare instance name
+    ASSERT_TRUE(q && q->instanceName && !q->instancePath);
+    EXPECT_EQ(keysText(q->instanceName->keyBindings), "Id=1(string)");
     const Value* e = named(list, "E")->value;
     ASSERT_TRUE(e && e->instance);  // embedded, as the HTTP parser keeps it
     EXPECT_EQ(valueOf(named(e->instance->properties, "Mode")), "performance");

@@ -108,6 +108,7 @@ TEST_F(Names, KeyBindingsBecomeTypedKeys) {
         {"20240101000000.000000+000", "datetime", nullptr, "K=20240101000000.000000+000(datetime)"},
         {"yes", "boolean", nullptr, nullptr},
         {"abc", "numeric", nullptr, nullptr},
+        {"-", "numeric", nullptr, nullptr},  // signed, and no number either
         {nullptr, "string", nullptr, nullptr},  // a binding without a value
         {"not a date", "datetime", nullptr, nullptr}};
     for (const auto& c : cases) {
@@ -207,6 +208,8 @@ TEST_F(Names, ReferenceKeysInEachFormBecomeNestedPaths) {
     AddToKeyBindingListRef(&holder.keyBindings, "Antecedent", nullptr, nullptr, nullptr);
     holder.keyBindings->valueReference = cimxml::newRecord<ValueReference>();
     EXPECT_EQ(CIMC_AddKeyValues(path(kNs, "Assoc"), &holder, env_), -1);
+    holder.keyBindings->valueReference->className = opt::className("A");
+    EXPECT_EQ(CIMC_AddKeyValues(path(kNs, "Assoc"), &holder, nullptr), -1);  // no environment to make it
     Free_KeyBinding(holder.keyBindings);
 }
 

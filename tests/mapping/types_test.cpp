@@ -37,6 +37,11 @@ TEST_F(ObjectTexts, StringsReferencesDatetimesAndTheBufferLimit) {
     for (CIMCType code : {CIMCType{CIMC_char16}, CIMCType{CIMC_instance}, CIMCType{CIMC_uint32 | CIMC_ARRAY}})
         EXPECT_EQ(text2(code, with([](CIMCValue& v) { v.uint64 = 7; })), "unchanged") << code;
     EXPECT_EQ(text2(CIMC_string, none()), "unchanged");  // no string object
+    char keep[8] = "keep";
+    CIMCValue seven = with([](CIMCValue& v) { v.uint32 = 7; });
+    value2Chars(CIMC_uint32, nullptr, keep);
+    value2Chars(CIMC_uint32, &seven, nullptr);
+    EXPECT_STREQ(keep, "keep");
     EXPECT_EQ(text2(CIMC_boolean, with([](CIMCValue& v) { v.uint64 = 0x100; })), "false");
     EXPECT_EQ(text2(CIMC_dateTime, dateTime("20240305070809.000000+060")), "20240305070809.000000+060");
     EXPECT_NE(text2(CIMC_ref, ref(path(kNs, "CIM_X", {{"Name", "a"}}))).find("CIM_X"), std::string::npos);
