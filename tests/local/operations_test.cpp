@@ -33,10 +33,12 @@ TEST(Frame, EveryOperationSharesTheFrame) {
     InstanceName* absent = allTypes("local:absent");
     InstanceName* target = allTypes("mock:alltypes:1");
     ObjectName* cpuName = opt::objectName(opt::processor("CPU0"));
-    Instance* creation = allTypesInstance("local:never", nullptr);
+    Instance* creation = allTypesInstance("local:never", property(nullptr, "string", "x"));  // a nameless one is passed over
     NamedInstance* modification = make<NamedInstance>();
     modification->instanceName = allTypes("mock:alltypes:2");
     modification->instance = allTypesInstance("mock:alltypes:2", property("PUint8", "uint8", "1"));
+    Free_ClassName(modification->instance->className);  // the instance name's class is the one used
+    modification->instance->className = className("Other_Class");
     using Run = std::function<int(const char* ns, Error** e, bool* produced)>;
     const struct { std::string entering; const char* leaving; int silent; Run run; } operations[] = {
         // entering "" with leaving NULL: nothing is logged; silent: the result

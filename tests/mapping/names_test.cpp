@@ -135,6 +135,9 @@ TEST(Guards, BareObjectsAndMissingOutputs) {
     CIMCClass cls{nullptr, nullptr};
     CIMCArgs args{nullptr, nullptr};
     CIMCArray arr{nullptr, nullptr};
+    CIMCInstanceFT pathlessFt{};  // no path: a record without class
+    pathlessFt.getPropertyCount = [](const CIMCInstance*, CIMCStatus*) { return CIMCCount{0}; };
+    CIMCInstance pathless{nullptr, &pathlessFt};
     InstanceName name{};
     NamedInstance ni{};
     Instance i{};
@@ -156,6 +159,7 @@ TEST(Guards, BareObjectsAndMissingOutputs) {
         {mapEnumInstanceNames(&op, &name), 0}, {mapEnumInstanceNames(&op, nullptr), -1},
         {AddToEnumInstanceNameList(nullptr, &op), -1}, {AddToEnumInstanceNameList(&names, nullptr), 0},
         {mapInstance(&inst, &ni), -1}, {mapGetInstance(&i, &inst), -1}, {mapGetInstance(nullptr, &inst), -1},
+        {mapGetInstance(&i, &pathless), 0},
         {mapGetClass(&cls, &c), -1}, {mapGetClass(&cls, nullptr), -1},
         {mapAssociators(&inst, &owp), -1}, {mapAssociators(&inst, nullptr), -1},
         {AddToAssociatorList(nullptr, &inst), -1}, {AddToAssociatorList(&owps, nullptr), -1},
@@ -168,7 +172,7 @@ TEST(Guards, BareObjectsAndMissingOutputs) {
         {getPropertyArrayData(&values, 8320, nullptr, nullptr, &arr), 0},
         {getPropertyArrayData(nullptr, 8320, nullptr, nullptr, &arr), 0}};
     for (const auto& g : got) EXPECT_EQ(g[0], g[1]) << &g - got;
-    EXPECT_TRUE(!keys && !names && !values && !params && !props && !arrays && !refs && !p.instancePath && !name.keyBindings && !owps);
+    EXPECT_TRUE(!keys && !names && !values && !params && !props && !arrays && !refs && !p.instancePath && !name.keyBindings && !owps && !i.className);
 }
 
 TEST_F(Names, ReferenceKeysInEachFormBecomeNestedPaths) {
@@ -209,7 +213,9 @@ TEST_F(Names, ReferenceKeysInEachFormBecomeNestedPaths) {
     holder.keyBindings->valueReference = cimxml::newRecord<ValueReference>();
     EXPECT_EQ(CIMC_AddKeyValues(path(kNs, "Assoc"), &holder, env_), -1);
     holder.keyBindings->valueReference->className = opt::className("A");
+    CIMCEnv bareEnv{nullptr, nullptr};
     EXPECT_EQ(CIMC_AddKeyValues(path(kNs, "Assoc"), &holder, nullptr), -1);  // no environment to make it
+    EXPECT_EQ(CIMC_AddKeyValues(path(kNs, "Assoc"), &holder, &bareEnv), -1);
     Free_KeyBinding(holder.keyBindings);
 }
 
