@@ -14,22 +14,14 @@ TEST_F(Builders, ScalarsByTypeName) {
     enum Via { Setter, Argument };
     const struct { Via via; const char* type; const char* text; CIMCType code; uint64_t bits; } cases[] = {
         {Setter, "uint8", "300", CIMC_uint8, 44},  // low 8 bits
-        {Setter, "sint8", "200", CIMC_sint8, 0xC8},
-        {Setter, "uint16", "70000", CIMC_uint16, 4464},
+        {Setter, "sint16", "70000", CIMC_sint16, 4464},
         {Setter, "uint32", "4294967295", CIMC_uint32, 2147483647},  // the saturated 32-bit long
-        {Setter, "uint32", "-1", CIMC_uint32, 0xFFFFFFFFu},
         {Setter, "sint32", "-2147483649", CIMC_sint32, 0x80000000u},
-        {Setter, "uint32", "12abc", CIMC_uint32, 12},
-        {Setter, "uint64", "4294967295", CIMC_uint64, 2147483647},
         {Setter, "uint64", "-1", CIMC_uint64, UINT64_MAX},  // sign-extended
-        {Setter, "sint64", "-5000000000", CIMC_sint64, static_cast<uint64_t>(int64_t{INT32_MIN})},
         {Setter, "boolean", "TRUE", CIMC_boolean, 1},
-        {Setter, "boolean", "FALSE", CIMC_boolean, 0},
         {Setter, "boolean", "true", CIMC_boolean, 0},  // only the upper-case word counts
         {Argument, "uint8", "257", CIMC_uint8, 1},
-        {Argument, "sint16", "-32769", CIMC_sint16, 0x7FFF},
-        {Argument, "uint64", "4294967295", CIMC_uint64, 2147483647},
-        {Argument, "sint64", "-1", CIMC_sint64, UINT64_MAX},
+        {Argument, "sint64", "4294967295", CIMC_sint64, 2147483647},
         {Argument, "boolean", "TRUE", CIMC_boolean, 1},
         {Argument, "boolean", "true", CIMC_boolean, 0},  // passed all the same, with a cleared value
     };
@@ -55,7 +47,7 @@ TEST_F(Builders, ScalarsByTypeName) {
     }
 }
 
-TEST_F(Builders, SetterTextsNullsAndRefusals) {
+TEST_F(Builders, SetterTextsAndNulls) {
     CIMCInstance* inst = newInstance();
     // Null both ways: no Value at all, or (for strings) a Value without text.
     Property* props = chain<Property>({property("S", "string", "hello"),
@@ -74,12 +66,7 @@ TEST_F(Builders, SetterTextsNullsAndRefusals) {
         EXPECT_EQ(get(inst, name).state, CIMC_nullValue) << name;
         EXPECT_EQ(get(inst, name).type, type) << name;
     }
-    Property* broken = chain<Property>({property(nullptr, "uint8", "1"), property("P", nullptr, "1")});
-    EXPECT_EQ(CIMC_Handle_Modify_Properties(nullptr, inst, env_), -1);
-    EXPECT_EQ(CIMC_Handle_Modify_Properties(broken, inst, env_), -1);
-    EXPECT_EQ(CIMC_Handle_Modify_Properties(broken->next, inst, env_), -1);
     Free_Property(props);
-    Free_Property(broken);
 }
 
 TEST_F(Builders, SetterArraysConvertEachElement) {
@@ -108,36 +95,13 @@ TEST_F(Builders, SetterArraysConvertEachElement) {
         Free_PropertyArray(p);
     }
     CIMCInstance* inst = newInstance();
-    PropertyArray* refused = chain<PropertyArray>({propertyArray("A", "uint8", values({nullptr, "1"})),
-                                                   propertyArray("A", "uint8", nullptr),
-                                                   propertyArray(nullptr, "uint8", values({"1"})),
-                                                   propertyArray("A", nullptr, values({"1"}))});
-    for (PropertyArray* p = refused; p; p = p->next) EXPECT_EQ(CIMC_Handle_Modify_PropertieArray(p, inst, env_), -1);
     PropertyArray* ignored = propertyArray("A", "boolean", values({"TRUE"}));
     EXPECT_EQ(CIMC_Handle_Modify_PropertieArray(ignored, inst, env_), 0);
     EXPECT_EQ(get(inst, "A").state, CIMC_notFound);
     PropertyArray* valid = propertyArray("A", "uint16", values({"1"}));
     inst->ft->release(inst);  // the broker now refuses the set
     EXPECT_EQ(CIMC_Handle_Modify_PropertieArray(valid, inst, env_), -1);
-    for (PropertyArray* p : {valid, refused, ignored}) Free_PropertyArray(p);
-}
-
-TEST_F(Builders, ArgumentObjectsAndRefusals) {
-    CIMCArgs* args = newArgs();
-    ParamValue* objects = chain<ParamValue>({param("S", "string", "text"),
-                                             param("D", "datetime", "00000001020304.000000:000"),
-                                             param("R", "reference", "x"), param("N", "uint8", nullptr)});
-    for (ParamValue* p = objects; p; p = p->next) EXPECT_EQ(CIMC_CreatePropertyArguments(p, args, env_), 0);
-    EXPECT_EQ(get(args, "S").type, CIMC_string);
-    EXPECT_EQ(text(get(args, "S")), "text");
-    EXPECT_EQ(text(get(args, "D")), "00000001020304.000000:000");
-    EXPECT_EQ(args->ft->getArgCount(args, nullptr), 2);  // no reference, nothing without text
-    EXPECT_EQ(CIMC_CreatePropertyArguments(objects, nullptr, env_), 0);  // nowhere to add: nothing done
-    ParamValue* noType = param("A", nullptr, "1");
-    EXPECT_EQ(CIMC_CreatePropertyArguments(noType, args, env_), -1);
-    EXPECT_EQ(CIMC_CreatePropertyArguments(nullptr, args, env_), -1);
-    Free_ParamValue(objects);
-    Free_ParamValue(noType);
+    for (PropertyArray* p : {valid, ignored}) Free_PropertyArray(p);
 }
 
 Value* embeddedValue(const char* cls, Property* props, PropertyArray* arrays) {
@@ -162,7 +126,8 @@ TEST_F(Builders, EmbeddedInstanceCarriesSixTypes) {
                                               property("B", "boolean", "yes"), property("S", "string", "s"),
                                               property("D", "datetime", "20240305070809.000000+060"),
                                               property("U32", "uint32", "5"), property("S64", "sint64", "5"),
-                                              property("N", "string", nullptr), property(nullptr, "uint8", "1")}),
+                                              property("N", "string", nullptr), property("V", "string", nullptr, false),
+                                              property("T", nullptr, "1"), property(nullptr, "uint8", "1")}),
                              nullptr);
     EXPECT_EQ(CIMC_CreateCDataArgument(p, "root/cimv2", args, env_), 0);
     CIMCData d = get(args, "E");
@@ -173,14 +138,9 @@ TEST_F(Builders, EmbeddedInstanceCarriesSixTypes) {
     EXPECT_EQ(get(inst, "B").type, CIMC_boolean);
     EXPECT_EQ(text(get(inst, "S")), "s");
     EXPECT_EQ(text(get(inst, "D")), "20240305070809.000000+060");
-    for (const char* absent : {"U32", "S64", "N"})  // left out on purpose; no text: not set at all
+    for (const char* absent : {"U32", "S64", "N", "V", "T"})  // left out on purpose; no text or type: not set
         EXPECT_EQ(get(inst, absent).state, CIMC_notFound) << absent;
-    ParamValue* classless = embedded(nullptr, nullptr, nullptr);
-    ParamValue* plain = param("P", "string", "text");
-    EXPECT_EQ(CIMC_CreateCDataArgument(classless, "root/cimv2", args, env_), -1);
-    EXPECT_EQ(CIMC_CreateCDataArgument(plain, "root/cimv2", args, env_), -1);
-    EXPECT_EQ(args->ft->getArgCount(args, nullptr), 1);
-    for (ParamValue* v : {p, classless, plain}) Free_ParamValue(v);
+    Free_ParamValue(p);
 }
 
 TEST_F(Builders, EmbeddedArraysCountOnAcrossArrays) {
@@ -225,29 +185,96 @@ ParamValue* arrayParam(const char* name, const char* type, Value* elements) {
     return p;
 }
 
+// Each builder's refusals, one missing piece at a time; nothing is added.
+// (Scalars, arrays and a reference reach the broker through the public API in
+// the scenario suite's Echo call.)
+TEST_F(Builders, MissingPiecesAreRefused) {
+    const char* ns = "root/cimv2";
+    CIMCInstance* inst = newInstance();
+    CIMCArgs* args = newArgs();
+    Property* p = chain<Property>({property("P", "uint8", "1"), property(nullptr, "uint8", "1"), property("P", nullptr, "1")});
+    PropertyArray* a = chain<PropertyArray>({propertyArray("A", "uint8", values({"1"})),
+                                             propertyArray("A", "uint8", values({nullptr, "1"})),
+                                             propertyArray("A", "uint8", nullptr), propertyArray(nullptr, "uint8", values({"1"})),
+                                             propertyArray("A", nullptr, values({"1"}))});
+    PropertyArray* arrayless = propertyArray("A", "uint8", nullptr);
+    Free_ValueArray(arrayless->valueArray);
+    arrayless->valueArray = nullptr;
+    ParamValue* e = embedded("Test_Embedded", nullptr, nullptr);
+    ParamValue* unnamedClass = embedded("X", nullptr, nullptr);
+    std::free(unnamedClass->value->instance->className->name);
+    unnamedClass->value->instance->className->name = nullptr;
+    ParamValue* valueless = param("E", "string", nullptr);
+    ParamValue* classless = embedded(nullptr, nullptr, nullptr);
+    ParamValue* plain = param("P", "string", "text");
+    ParamValue* nameless = param(nullptr, "uint8", "1");
+    ParamValue* typeless = param("T", nullptr, "1");
+    ParamValue* array = arrayParam("S", "string", values({"x"}));
+    ParamValue* unnamedArray = arrayParam(nullptr, "string", values({"x"}));
+    ParamValue* ref = param("R", "reference", nullptr);
+    ref->valueReference = make<ValueReference>();
+    ref->valueReference->instanceName = instanceName("CIM_System", {{"Name", "n1"}});
+    ParamValue* unnamedRef = param(nullptr, "reference", nullptr);
+    unnamedRef->valueReference = make<ValueReference>();
+    unnamedRef->valueReference->className = className("A");
+    const int got[] = {CIMC_Handle_Modify_Properties(p, nullptr, env_), CIMC_Handle_Modify_Properties(nullptr, inst, env_),
+                       CIMC_Handle_Modify_Properties(p->next, inst, env_), CIMC_Handle_Modify_Properties(p->next->next, inst, env_),
+                       CIMC_Handle_Modify_PropertieArray(nullptr, inst, env_), CIMC_Handle_Modify_PropertieArray(a->next, inst, env_),
+                       CIMC_Handle_Modify_PropertieArray(a->next->next, inst, env_),
+                       CIMC_Handle_Modify_PropertieArray(a->next->next->next, inst, env_),
+                       CIMC_Handle_Modify_PropertieArray(a->next->next->next->next, inst, env_),
+                       CIMC_Handle_Modify_PropertieArray(arrayless, inst, env_), CIMC_Handle_Modify_PropertieArray(a, nullptr, env_),
+                       CIMC_Handle_Modify_PropertieArray(a, inst, nullptr), CIMC_CreatePropertyArguments(nameless, args, env_),
+                       CIMC_CreatePropertyArguments(typeless, args, env_), CIMC_CreatePropertyArguments(nullptr, args, env_),
+                       CIMC_CreateCDataArgument(classless, ns, args, env_), CIMC_CreateCDataArgument(plain, ns, args, env_),
+                       CIMC_CreatePropertyArrayArguments(nullptr, ns, args, env_),
+                       CIMC_CreatePropertyArrayArguments(unnamedArray, ns, args, env_),
+                       CIMC_CreatePropertyArrayArguments(plain, ns, args, env_),
+                       CIMC_CreatePropertyArrayArguments(array, ns, nullptr, env_),
+                       CIMC_CreatePropertyArrayArguments(array, ns, args, nullptr),
+                       CIMC_CreateCDataArgument(nullptr, ns, args, env_), CIMC_CreateCDataArgument(valueless, ns, args, env_),
+                       CIMC_CreateCDataArgument(unnamedClass, ns, args, env_), CIMC_CreateCDataArgument(e, ns, args, nullptr),
+                       CIMC_CreateValueRefArguments(nullptr, ns, args, env_), CIMC_CreateValueRefArguments(unnamedRef, ns, args, env_),
+                       CIMC_CreateValueRefArguments(ref, ns, nullptr, env_), CIMC_CreateValueRefArguments(ref, ns, args, nullptr)};
+    for (const int& rc : got) EXPECT_EQ(rc, -1) << &rc - got;
+    // Passed over without a refusal: a reference type or no text for a scalar,
+    // no argument list to add to.
+    ParamValue* refText = param("R", "reference", "x");
+    ParamValue* textless = param("N", "uint8", nullptr);
+    for (int rc : {CIMC_CreatePropertyArguments(refText, args, env_), CIMC_CreatePropertyArguments(textless, args, env_),
+                   CIMC_CreatePropertyArguments(plain, nullptr, env_)})
+        EXPECT_EQ(rc, 0);
+    EXPECT_EQ(args->ft->getArgCount(args, nullptr), 0);
+    EXPECT_EQ(get(inst, "A").state, CIMC_notFound);
+    EXPECT_EQ(get(inst, "P").state, CIMC_notFound);
+    Free_Property(p);
+    for (PropertyArray* x : {a, arrayless}) Free_PropertyArray(x);
+    for (ParamValue* x : {e, unnamedClass, valueless, classless, plain, nameless, typeless, array, unnamedArray, ref, unnamedRef,
+                          refText, textless})
+        Free_ParamValue(x);
+}
+
 TEST_F(Builders, ArgumentArraysAndReferences) {
     CIMCArgs* args = newArgs();
-    ParamValue* params = chain<ParamValue>({arrayParam("U16", "uint16", values({"1", "70000"})),
-                                            arrayParam("S", "string", values({"x", nullptr})),
+    ParamValue* params = chain<ParamValue>({arrayParam("S", "string", values({"x", nullptr})),
                                             arrayParam("E", "string", embeddedValue("Test_Embedded",
                                                                                      property("U8", "uint8", "9"), nullptr))});
-    params->next->next->valueArray->value->next = values({"no instance"});  // an entry that stays unset
+    // Entries that stay unset: no instance, an instance without a class.
+    params->next->valueArray->value->next = values({"no instance"});
+    params->next->valueArray->value->next->next = embeddedValue(nullptr, nullptr, nullptr);
     for (ParamValue* p = params; p; p = p->next)
         EXPECT_EQ(CIMC_CreatePropertyArrayArguments(p, "root/cimv2", args, env_), 0);
-    EXPECT_EQ(at(get(args, "U16"), 1).value.uint16, 4464);
     CIMCData s = get(args, "S");
     ASSERT_EQ(s.type, CIMC_ARRAY | CIMC_string);
     EXPECT_EQ(text(at(s, 0)), "x");
     EXPECT_EQ(at(s, 1).state, CIMC_nullValue);
     CIMCData e = get(args, "E");
     ASSERT_EQ(e.type, CIMC_ARRAY | CIMC_instance);
-    ASSERT_EQ(size(e), 2);
+    ASSERT_EQ(size(e), 3);
     EXPECT_EQ(get(at(e, 0).value.inst, "U8").value.uint8, 9);
     EXPECT_EQ(at(e, 1).state, CIMC_nullValue);
+    EXPECT_EQ(at(e, 2).state, CIMC_nullValue);
 
-    ParamValue* one = param("R", "reference", nullptr);
-    one->valueReference = make<ValueReference>();
-    one->valueReference->instanceName = instanceName("CIM_System", {{"Name", "n1"}});
     ParamValue* many = param("Rs", "reference", nullptr);
     many->valueRefArray = make<ValueRefArray>();
     ValueReference* first = many->valueRefArray->valueReference = make<ValueReference>();
@@ -255,17 +282,16 @@ TEST_F(Builders, ArgumentArraysAndReferences) {
     ValueReference* second = first->next = make<ValueReference>();
     second->localInstancePath = make<LocalInstancePath>();  // its own namespace, "root/interop"
     second->localInstancePath->localNamespacePath = make<LocalNamespacePath>();
-    second->localInstancePath->localNamespacePath->namespaces = chain<Namespace>({make<Namespace>(), make<Namespace>()});
-    second->localInstancePath->localNamespacePath->namespaces->name = dup("root");
-    second->localInstancePath->localNamespacePath->namespaces->next->name = dup("interop");
+    // An empty component is left out of the joined namespace.
+    Namespace* root = chain<Namespace>({make<Namespace>(), make<Namespace>(), make<Namespace>()});
+    second->localInstancePath->localNamespacePath->namespaces = root;
+    root->name = dup("root");
+    root->next->name = dup("");
+    root->next->next->name = dup("interop");
     second->localInstancePath->instanceName = instanceName("B", {});
     ParamValue* none = param("X", "reference", nullptr);
-    EXPECT_EQ(CIMC_CreateValueRefArguments(one, "root/cimv2", args, env_), 0);
     EXPECT_EQ(CIMC_CreateValueRefArguments(many, "root/cimv2", args, env_), 0);
     EXPECT_EQ(CIMC_CreateValueRefArguments(none, "root/cimv2", args, env_), -1);
-    CIMCData r = get(args, "R");
-    ASSERT_EQ(r.type, CIMC_ref);
-    EXPECT_EQ(text(r.value.ref->ft->getKey(r.value.ref, "Name", nullptr)), "n1");
     CIMCData rs = get(args, "Rs");
     ASSERT_EQ(rs.type, CIMC_ARRAY | CIMC_ref);
     ASSERT_EQ(size(rs), 2);
@@ -278,7 +304,7 @@ TEST_F(Builders, ArgumentArraysAndReferences) {
         EXPECT_STREQ(cls->ft->getCharPtr(cls, nullptr), expected[i][1]);
     }
     EXPECT_EQ(get(args, "X").state, CIMC_notFound);
-    for (ParamValue* p : {params, one, many, none}) Free_ParamValue(p);
+    for (ParamValue* p : {params, many, none}) Free_ParamValue(p);
 }
 
 }  // namespace

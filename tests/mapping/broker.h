@@ -127,13 +127,16 @@ inline Strings namespaces(const NamespacePath* p) {
     for (const Namespace* n = l ? l->namespaces : nullptr; n; n = n->next) out.push_back(n->name);
     return out;
 }
-// "name=value(valueType)" per binding, "name->ref" for references.
+// "name=value(valueType)" per binding, "name->(keys)" for references.
 inline std::string keysText(const KeyBinding* kb) {
     std::string out;
     for (; kb; kb = kb->next) {
         out += std::string(out.empty() ? "" : ",") + kb->name;
         if (kb->keyValue) out += "=" + std::string(kb->keyValue->value) + "(" + kb->keyValue->valueType + ")";
-        if (kb->valueReference) out += "->ref";
+        if (const ValueReference* r = kb->valueReference) {
+            const InstanceName* n = r->instancePath ? r->instancePath->instanceName : r->instanceName;
+            out += "->(" + keysText(n ? n->keyBindings : nullptr) + ")";
+        }
     }
     return out;
 }

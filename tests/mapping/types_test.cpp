@@ -8,17 +8,17 @@ namespace {
 
 using namespace broker_test;
 
+// Scalar type names and value texts at their limits reach the HTTP comparison
+// of the scenario suite through Mock_AllTypes; these are the codes it lacks.
 TEST(TypeCodes, BothDirectionsWithTheirAsymmetries) {
     const struct { unsigned int code; const char* name; } names[] = {
-        {2, "boolean"}, {128, "uint8"}, {144, "uint16"}, {160, "uint32"}, {176, "uint64"}, {192, "sint8"},
-        {208, "sint16"}, {224, "sint32"}, {240, "sint64"}, {5632, "string"}, {6144, "datetime"},
         {8336, "uint16"}, {8384, "sint8"}, {13824, "string"}, {65680, "uint16"}, {0x70000u | 160, "uint32"},
-        {5888, ""}, {3, ""}, {8, ""}, {12, ""}, {8320, ""}, {8352, ""}, {4352, ""}, {0, ""}};
+        {5888, ""}, {3, ""}, {8320, ""}, {8352, ""}, {4352, ""}};
     for (const auto& c : names) EXPECT_STREQ(CIMC_getDataType(c.code), c.name) << c.code;
     const struct { const char* name; CIMCType code; } codes[] = {
         {"boolean", 2}, {"uint8", 128}, {"uint16", 144}, {"uint32", 160}, {"uint64", 176}, {"sint8", 192},
         {"sint16", 208}, {"sint32", 224}, {"sint64", 240}, {"datetime", 6144}, {"string", 5888},
-        {"String", 0}, {"real64", 0}, {"char16", 0}, {"", 0}, {"uint32 ", 0}};
+        {"String", 0}, {"real64", 0}, {"uint32 ", 0}};
     for (const auto& c : codes) EXPECT_EQ(cimc_getCMPIType(c.name), c.code) << c.name;
     EXPECT_EQ(cimc_getCMPIType(nullptr), 0);
 }
@@ -29,24 +29,20 @@ std::string text2(CIMCType type, CIMCValue v) {
     return buf;
 }
 
-TEST(Value2Chars, ScalarsAtTheirLimits) {
-    const struct { CIMCType type; uint64_t bits; const char* want; } cases[] = {
-        {CIMC_boolean, 1, "true"}, {CIMC_boolean, 0x100, "false"}, {CIMC_boolean, 0, "false"},
-        {CIMC_uint8, 0x1FF, "255"}, {CIMC_uint16, 0xFFFF, "65535"}, {CIMC_uint32, UINT32_MAX, "4294967295"},
-        {CIMC_uint64, UINT64_MAX, "18446744073709551615"}, {CIMC_sint8, 0x80, "-128"}, {CIMC_sint8, 0x7F, "127"},
-        {CIMC_sint16, 0x8000, "-32768"}, {CIMC_sint32, 0x80000000u, "-2147483648"},
-        {CIMC_sint64, 1ull << 63, "-9223372036854775808"}, {CIMC_real32, 0x3FC00000, "1.5"},
-        {CIMC_real64, 0xC00C000000000000ull, "-3.5"},
-        // Not handled: the buffer is left as it was.
-        {CIMC_char16, 'A', "unchanged"}, {CIMC_instance, 0, "unchanged"}, {CIMC_uint32 | CIMC_ARRAY, 7, "unchanged"},
-        {CIMC_string, 0, "unchanged"}};
-    for (const auto& c : cases) EXPECT_EQ(text2(c.type, with([&](CIMCValue& v) { v.uint64 = c.bits; })), c.want) << c.type;
-}
-
 class ObjectTexts : public Broker {};
 
 TEST_F(ObjectTexts, StringsReferencesDatetimesAndTheBufferLimit) {
     for (CIMCType code : {5632, 5634, 5884, 5888, 7680}) EXPECT_EQ(text2(code, str("hello")), "hello") << code;
+    // Not handled: the buffer is left as it was.
+    for (CIMCType code : {CIMCType{CIMC_char16}, CIMCType{CIMC_instance}, CIMCType{CIMC_uint32 | CIMC_ARRAY}})
+        EXPECT_EQ(text2(code, with([](CIMCValue& v) { v.uint64 = 7; })), "unchanged") << code;
+    EXPECT_EQ(text2(CIMC_string, none()), "unchanged");  // no string object
+    char keep[8] = "keep";
+    CIMCValue seven = with([](CIMCValue& v) { v.uint32 = 7; });
+    value2Chars(CIMC_uint32, nullptr, keep);
+    value2Chars(CIMC_uint32, &seven, nullptr);
+    EXPECT_STREQ(keep, "keep");
+    EXPECT_EQ(text2(CIMC_boolean, with([](CIMCValue& v) { v.uint64 = 0x100; })), "false");
     EXPECT_EQ(text2(CIMC_dateTime, dateTime("20240305070809.000000+060")), "20240305070809.000000+060");
     EXPECT_NE(text2(CIMC_ref, ref(path(kNs, "CIM_X", {{"Name", "a"}}))).find("CIM_X"), std::string::npos);
 
@@ -61,10 +57,8 @@ TEST_F(ObjectTexts, StringsReferencesDatetimesAndTheBufferLimit) {
 TEST_F(ObjectTexts, ArrayElementTexts) {
     auto bits = [](uint64_t b) { return with([&](CIMCValue& v) { v.uint64 = b; }); };
     const struct { CIMCType type; std::vector<uint64_t> raw; Strings want; } cases[] = {
-        {8320, {0, 255}, {"0", "255"}}, {8336, {65535}, {"65535"}}, {8352, {UINT32_MAX}, {"4294967295"}},
-        {8368, {UINT64_MAX}, {"18446744073709551615"}}, {8384, {0x80}, {"-128"}}, {8400, {0x8000}, {"-32768"}},
-        {8416, {0x80000000u}, {"-2147483648"}}, {8432, {1ull << 63}, {"-9223372036854775808"}},
-        {CIMC_boolean | CIMC_ARRAY, {1, 0}, {"TRUE", "FALSE"}}};
+        {8336, {65535}, {"65535"}}, {8352, {UINT32_MAX}, {"4294967295"}}, {8384, {0x80}, {"-128"}},
+        {8400, {0x8000}, {"-32768"}}, {8432, {1ull << 63}, {"-9223372036854775808"}}};
     for (const auto& c : cases) {
         std::vector<CIMCValue> items;
         for (uint64_t r : c.raw) items.push_back(bits(r));
