@@ -231,7 +231,8 @@ int exchange(const char* requestText, char** responseOut, const Peer& peer, cons
         return -1;
     }
     rt_log_init();
-    _rt_log("src/transport/standard", __LINE__, "CIMCLIENT", "network", 2, "Request:\n%s", request);
+    // The XML alone, as the default exchange logs it: never the credentials.
+    _rt_log("src/transport/standard", __LINE__, "CIMCLIENT", "network", 2, "Request:\n%s", requestText);
 
     Connection conn;
     bool sent = conn.open(peer.host, peer.port, peer.timeoutMs, security, failure) &&
