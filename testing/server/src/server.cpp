@@ -706,6 +706,7 @@ std::string Server::handleCimXml(const std::string& body, int* httpStatus) {
   }
   cfg.referenceNamesAsInstanceNames = impl_->opt.referenceNamesAsInstanceNames;
   cfg.host = impl_->opt.hostName;
+  cfg.strict = impl_->opt.strict;
   int status;
   std::string cimError;
   std::lock_guard<std::mutex> g(impl_->repoMutex);
