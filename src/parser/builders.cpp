@@ -179,6 +179,16 @@ Built build(ElementId id, XMLNode* node, ElementId parentId, const char* parentN
     return result;
 }
 
+Built buildNullValue(XMLNode* node, ElementId parentId, const char* parentName, void* parentRecord) {
+    Built result{parentRecord, parentName};
+    const ResolvedElement& e = resolvedElement(ElementId::Value);
+    auto* record = newRecord<Value>();
+    if (!record) return result;
+    if (!link(e, record, parentId, parentRecord) && walkActive()) keepUnlinked(e.record, record);
+    if (node->firstChild) result = Built{record, node->name ? node->name : ""};
+    return result;
+}
+
 namespace {
 
 ElementStackEntry buildEntry(ElementId id, XMLNode* node, void* parentRecord) {
