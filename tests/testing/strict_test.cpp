@@ -96,6 +96,10 @@ TEST(StrictTest, TurnsAwayWhatDsp0200AndDsp0201DoNotAllow) {
       {with(key, "numeric", "number"), "", 400, "request-not-valid"},
       {with(names, "\"root\"/><NAMESPACE NAME=\"", "\"root/"), "", 400, "request-not-valid"},
       {with(names, "</IMETHODCALL>", "<EXTRA/></IMETHODCALL>"), "", 400, "request-not-valid"},
+      {imethod("CreateInstance", "NewInstance",  // an embedded PROPERTY without TYPE
+               "<INSTANCE CLASSNAME=\"Mock_AllTypes\"><PROPERTY NAME=\"PEmbedded\" TYPE=\"string\" EmbeddedObject=\"instance\">"
+               "<VALUE>&lt;INSTANCE CLASSNAME=\"M\"&gt;&lt;PROPERTY NAME=\"Mode\"/&gt;&lt;/INSTANCE&gt;</VALUE></PROPERTY></INSTANCE>"),
+       "", 400, "request-not-valid"},
       {with(names, "</IMETHODCALL>", "x</IMETHODCALL>"), "", 400, "request-not-valid"},
       {with(with(names, "<SIMPLEREQ>", "<MULTIREQ><SIMPLEREQ>"), "</SIMPLEREQ>", "</SIMPLEREQ></MULTIREQ>"), "", 501,
        "multiple-requests-unsupported"},

@@ -207,7 +207,26 @@ void checkCharacters(const std::string& s) {
   }
 }
 
-void checkElement(const pugi::xml_node& n) {
+void checkElement(const pugi::xml_node& n, bool embedded = false);
+
+// The text of a VALUE marked EmbeddedObject: a document of its own that must
+// hold one valid INSTANCE (or CLASS).
+void checkEmbedded(const std::string& text) {
+  try {
+    checkCharacters(text);
+    pugi::xml_document d;
+    pugi::xml_parse_result pr = d.load_buffer(text.data(), text.size());
+    if (!pr) throw notValid(pr.description());
+    pugi::xml_node root = d.document_element();
+    if (std::strcmp(root.name(), "INSTANCE") != 0 && std::strcmp(root.name(), "CLASS") != 0)
+      throw notValid("it holds no INSTANCE or CLASS");
+    checkElement(root);
+  } catch (const Refused& r) {
+    throw notValid("embedded object: " + r.why);
+  }
+}
+
+void checkElement(const pugi::xml_node& n, bool embedded) {
   const ElementRule* rule = ruleFor(n.name());
   if (!rule) throw notValid(std::string("element ") + n.name() + " is not a DSP0201 request element");
   for (auto a = n.first_attribute(); a; a = a.next_attribute()) {
@@ -227,11 +246,19 @@ void checkElement(const pugi::xml_node& n) {
     if (name.empty() || name.find('/') != std::string::npos)
       throw notValid("NAMESPACE NAME=\"" + name + "\": one NAMESPACE element per namespace component");
   }
+  // EmbeddedObject marks the VALUE (or VALUE.ARRAY of VALUEs) below.
+  embedded = embedded || n.attribute("EmbeddedObject");
+  if (embedded && std::strcmp(n.name(), "VALUE") == 0) {
+    std::string text;
+    for (auto c : n.children())
+      if (c.type() == pugi::node_pcdata || c.type() == pugi::node_cdata) text += c.value();
+    checkEmbedded(text);
+  }
   for (auto c : n.children()) {
     if (c.type() == pugi::node_element) {
       if (!listHas(rule->children, c.name()))
         throw notValid(std::string(c.name()) + " is not allowed in " + n.name());
-      checkElement(c);
+      checkElement(c, embedded);
     } else if ((c.type() == pugi::node_pcdata || c.type() == pugi::node_cdata) && !rule->text && !blank(c.value())) {
       throw notValid(std::string(n.name()) + " holds text");
     }
