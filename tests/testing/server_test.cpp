@@ -284,11 +284,15 @@ TEST_F(ServerTest, BasicAuthentication) {
 }
 
 TEST_F(ServerTest, BadRequestsGetAnHttpErrorAndTheServerSurvives) {
+  std::string deep = kSystem;  // a reference key in a reference key ..., deeper than the decoder goes
+  for (int i = 0; i < 100; ++i) deep = "<INSTANCENAME CLASSNAME=\"C\"><KEYBINDING NAME=\"K\"><VALUE.REFERENCE>" + deep +
+                                       "</VALUE.REFERENCE></KEYBINDING></INSTANCENAME>";
   struct {
     std::string request;
     int status;
     const char* cimError;
   } cases[] = {
+      {clientFraming(imethod("GetInstance", param("InstanceName", deep))), 400, "request-not-valid"},
       {clientFraming("<?xml version=\"1.0\"?><CIM><MESSAGE"), 400, nullptr},
       {clientFraming("this is not xml"), 400, "request-not-well-formed"},
       {clientFraming("<?xml version=\"1.0\"?><HTML/>"), 400, "request-not-valid"},

@@ -66,6 +66,8 @@ TEST(StrictTest, TurnsAwayWhatDsp0200AndDsp0201DoNotAllow) {
   const std::string setName = request("<METHODCALL NAME=\"SetElementName\"><LOCALINSTANCEPATH>" + kNs + kSystem +
                                       "</LOCALINSTANCEPATH><PARAMVALUE NAME=\"ElementName\" PARAMTYPE=\"string\">"
                                       "<VALUE>a &amp; b</VALUE></PARAMVALUE></METHODCALL>");
+  std::string deep;  // deeper than the decoders go
+  for (int i = 0; i < 300; ++i) deep = "<VALUE.ARRAY>" + deep + "</VALUE.ARRAY>";
   const std::string system = "CIMObject: root/cimv2:Mock_ComputerSystem.CreationClassName=\"Mock_ComputerSystem\","
                              "Name=\"mock-server.example.com\"";
   const struct {
@@ -101,6 +103,7 @@ TEST(StrictTest, TurnsAwayWhatDsp0200AndDsp0201DoNotAllow) {
                "<VALUE>&lt;INSTANCE CLASSNAME=\"M\"&gt;&lt;PROPERTY NAME=\"Mode\"/&gt;&lt;/INSTANCE&gt;</VALUE></PROPERTY></INSTANCE>"),
        "", 400, "request-not-valid"},
       {with(names, "</IMETHODCALL>", "x</IMETHODCALL>"), "", 400, "request-not-valid"},
+      {with(names, "</IMETHODCALL>", deep + "</IMETHODCALL>"), "", 400, "request-not-valid"},
       {with(with(names, "<SIMPLEREQ>", "<MULTIREQ><SIMPLEREQ>"), "</SIMPLEREQ>", "</SIMPLEREQ></MULTIREQ>"), "", 501,
        "multiple-requests-unsupported"},
       {with(names, "PROTOCOLVERSION=\"1.0\"", "PROTOCOLVERSION=\"2.0\""), "", 501, "unsupported-protocol-version"},

@@ -697,10 +697,20 @@ void extrinsic(Repository& repo, Writer& w, const pugi::xml_node& call, pugi::xm
 
 }  // namespace
 
+bool tooDeep(const pugi::xml_node& n) {
+  struct Walker : pugi::xml_tree_walker {
+    bool deep = false;
+    bool for_each(pugi::xml_node&) override { return !(deep = depth() > kMaxXmlDepth); }
+  } w;
+  pugi::xml_node copy = n;
+  copy.traverse(w);
+  return w.deep;
+}
+
 bool parseEmbeddedInstance(const std::string& textIn, Instance* out) {
   pugi::xml_document d;
   std::string norm = normaliseXml(textIn);
-  if (!d.load_string(norm.c_str(), pugi::parse_default)) return false;
+  if (!d.load_string(norm.c_str(), pugi::parse_default) || tooDeep(d)) return false;
   pugi::xml_node in;
   for (auto c : d.children())
     if (nameIs(c, "INSTANCE")) in = c;
@@ -724,6 +734,8 @@ std::string processCimXml(Repository& repo, const std::string& body, const XmlCo
     pugi::xml_document req;
     pugi::xml_parse_result pr = req.load_buffer(norm.data(), norm.size(), pugi::parse_default | pugi::parse_declaration);
     if (!pr) throw BadRequest{"request-not-well-formed", std::string("XML error: ") + pr.description()};
+    if (tooDeep(req))
+      throw BadRequest{"request-not-valid", "elements nested deeper than " + std::to_string(kMaxXmlDepth) + " levels"};
     pugi::xml_node cim = child(req, "CIM");
     pugi::xml_node msg = child(cim, "MESSAGE");
     if (!cim || !msg) throw BadRequest{"request-not-valid", "no CIM/MESSAGE element"};

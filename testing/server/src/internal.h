@@ -5,6 +5,8 @@
 #include <utility>
 #include <vector>
 
+#include <pugixml.hpp>
+
 #include "cimmock/repository.h"
 #include "cimmock/server.h"
 
@@ -16,6 +18,13 @@ std::string normaliseXml(const std::string& text);
 // Length of the entity reference starting at s[i] ('&'): "&amp;", "&#60;",
 // "&#x3C;" and the other predefined ones; 0 when there is none.
 size_t entityLength(const std::string& s, size_t i);
+
+// Requests are decoded by recursive descent: deeper documents are refused
+// before that, as request-not-valid.
+constexpr int kMaxXmlDepth = 200;
+// Whether elements below n nest deeper than kMaxXmlDepth (found without
+// recursion).
+bool tooDeep(const pugi::xml_node& n);
 
 struct XmlConfig {
   ServerOptions::Layout layout = ServerOptions::Layout::Compact;

@@ -217,6 +217,7 @@ void checkEmbedded(const std::string& text) {
     pugi::xml_document d;
     pugi::xml_parse_result pr = d.load_buffer(text.data(), text.size());
     if (!pr) throw notValid(pr.description());
+    if (tooDeep(d)) throw notValid("elements nested too deep");
     pugi::xml_node root = d.document_element();
     if (std::strcmp(root.name(), "INSTANCE") != 0 && std::strcmp(root.name(), "CLASS") != 0)
       throw notValid("it holds no INSTANCE or CLASS");
@@ -353,6 +354,7 @@ void check(const HttpRequest& r) {
   }
   pugi::xml_node cim = doc.child("CIM");
   if (roots != 1 || !cim) throw notValid("the document element must be the one CIM element");
+  if (tooDeep(doc)) throw notValid("elements nested deeper than " + std::to_string(kMaxXmlDepth) + " levels");
   checkElement(cim);
   pugi::xml_node msg = cim.child("MESSAGE");
   if (!msg) throw notValid("CIM holds no MESSAGE");
