@@ -71,12 +71,14 @@ CIMXML_API int EmptyPrintf(const char* format, ...);
  * CIMXML_TLS_INSECURE=1 in the environment. */
 #define CIMXML_WIRE_DEFAULT 0
 #define CIMXML_WIRE_STANDARD 1
+#define CIMXML_WIRE_FROM_ENVIRONMENT (-1)
 
 /* Sets the wire mode and, when scheme is not NULL, the scheme ("http" or
  * "https", any case) of handle. With a NULL handle it sets them for every
- * handle created afterwards, in place of the environment. Returns 0, or -1
- * for an unknown mode or scheme or a handle not made by
- * client_Configuration. */
+ * handle created afterwards, in place of the environment;
+ * CIMXML_WIRE_FROM_ENVIRONMENT (NULL handle only) gives both back to the
+ * environment. Returns 0, or -1 for an unknown mode or scheme or a handle
+ * not made by client_Configuration. */
 CIMXML_API int CIMC_SetWireMode(ClientHandle* handle, int mode, const char* scheme);
 
 /* Codes of the Error records a standard-mode operation stores when it gets

@@ -64,6 +64,12 @@ WireSettings wireSettingsOf(const ClientHandle* handle) {
 }  // namespace cimxml
 
 extern "C" int CIMC_SetWireMode(ClientHandle* handle, int mode, const char* scheme) {
+    if (mode == CIMXML_WIRE_FROM_ENVIRONMENT && !handle) {
+        std::lock_guard<std::mutex> hold(cimxml::g_lock);
+        cimxml::g_processMode = -1;
+        cimxml::g_processScheme = -1;
+        return 0;
+    }
     if (mode != CIMXML_WIRE_DEFAULT && mode != CIMXML_WIRE_STANDARD) return -1;
     int tls = -1;
     if (scheme) {

@@ -130,7 +130,8 @@ bool parseHead(const char* p, const char* end, Head* head, Failure* failure) {
     if (lineEnd - p < 12 || std::strncmp(p, "HTTP/1.", 7) != 0 || p[8] != ' ' || !std::isdigit((unsigned char)p[9]) ||
         !std::isdigit((unsigned char)p[10]) || !std::isdigit((unsigned char)p[11])) {
         char first[81];
-        copyField(first, sizeof first, p, lineEnd > p + 80 ? p + 80 : lineEnd);
+        const char* shown = lineEnd > p && lineEnd[-1] == '\r' ? lineEnd - 1 : lineEnd;
+        copyField(first, sizeof first, p, shown > p + 80 ? p + 80 : shown);
         failure->set(CIMXML_ERROR_PROTOCOL, "not an HTTP reply: \"%s\"", first);
         return false;
     }
@@ -230,7 +231,8 @@ int exchange(const char* requestText, char** responseOut, const Peer& peer, cons
         return -1;
     }
     rt_log_init();
-    _rt_log("src/transport/standard", __LINE__, "CIMCLIENT", "network", 2, "Request:\n%s", request);
+    // The XML alone, as the default exchange logs it: never the credentials.
+    _rt_log("src/transport/standard", __LINE__, "CIMCLIENT", "network", 2, "Request:\n%s", requestText);
 
     Connection conn;
     bool sent = conn.open(peer.host, peer.port, peer.timeoutMs, security, failure) &&
