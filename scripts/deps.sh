@@ -5,7 +5,7 @@
 #   CIMXML_EXTRA_PACKAGES="a b"   also require these (lets the failure path be tried)
 set -euo pipefail
 packages=(cmake g++ gcc ninja-build pkg-config libpugixml-dev libgtest-dev libgmock-dev libbenchmark-dev binutils
-          libcli11-dev nlohmann-json3-dev)
+          libcli11-dev nlohmann-json3-dev libssl-dev openssl)
 read -r -a extra <<<"${CIMXML_EXTRA_PACKAGES:-}"
 packages+=("${extra[@]}")
 

@@ -1,5 +1,6 @@
-// HTTP transport: the request header block with Basic credentials, and one
-// request/reply exchange over a fresh TCP connection.
+// HTTP transport: the request header block with Basic credentials, and the
+// default mode's request/reply exchange over a fresh connection (plain TCP,
+// or TLS when the handle asks for it).
 //
 // Every exit closes the socket and frees the send buffer, the failure exits
 // included: the caller never sees either, so this only avoids leaks.
@@ -17,6 +18,7 @@
 
 #include "cimxml/client.h"
 #include "rtlog.h"
+#include "transport/exchange.h"
 #include "transport/seams.h"
 
 namespace cimxml {
@@ -71,16 +73,12 @@ void appendLine(char* buffer, unsigned int bufferSize, char* scratch, const char
     appendBounded(buffer, bufferSize, scratch);
 }
 
-void closeSocket(int fd) {
-    if (fd >= 0) ::close(fd);
-}
-
 // Receives into [fill, limit) until it is full, the peer closes or recv
 // fails. The bytes past fill are still zero from calloc, so they are not
 // cleared again on each round (that would make large bodies quadratic).
-void receiveRest(int fd, char* fill, char* const limit) {
+void receiveRest(cimxml::transport::Connection& conn, char* fill, char* const limit) {
     while (fill < limit) {
-        ssize_t got = ::recv(fd, fill, static_cast<std::size_t>(limit - fill), 0);
+        ssize_t got = conn.receive(fill, static_cast<std::size_t>(limit - fill), nullptr);
         if (got < 0) {
             std::fputs("ERROR!!! while recv data\n", stderr);
             break;
@@ -192,6 +190,15 @@ int CIMC_TcpConnect(const char* host, int port) {
 
 int CIMSendRequest(const char* requestText, char** responseOut, const char* host, int port, const char* userName,
                    const char* password, int timeout) {
+    const cimxml::transport::Peer peer{host, port, userName, password, timeout};
+    return cimxml::transport::sendDefault(requestText, responseOut, peer, cimxml::transport::Security{});
+}
+
+}  // extern "C"
+
+namespace cimxml::transport {
+
+int sendDefault(const char* requestText, char** responseOut, const Peer& peer, const Security& security) noexcept {
     char received[kReceiveSize];
     char lengthText[10];
     std::memset(received, 0, sizeof received);
@@ -204,8 +211,8 @@ int CIMSendRequest(const char* requestText, char** responseOut, const char* host
     if (!sendBuffer) return -1;
 
     EmptyPrintf("\n Creating header \n");
-    CIMC_CreateStdHttpHeaders(host, static_cast<int>(xmlLength + 1), sendBuffer, static_cast<unsigned int>(sendSize),
-                              userName, password);
+    CIMC_CreateStdHttpHeaders(peer.host, static_cast<int>(xmlLength + 1), sendBuffer,
+                              static_cast<unsigned int>(sendSize), peer.userName, peer.password);
 
     // LF CR between the header block and the XML, with Content-Length
     // counting that CR: deliberate, the framing servers have always seen.
@@ -229,41 +236,26 @@ int CIMSendRequest(const char* requestText, char** responseOut, const char* host
     _rt_log(kLogFile, 295, kLogComponent, kLogCategory, kLogLevel, "Request:\n%s", requestText);
 
     EmptyPrintf("\n Connecting to socket \n");
-    // Not checked: a failed connect (-1) shows up as a failed send.
-    const int fd = CIMC_TcpConnect(host, port);
-
-    std::size_t sent = 0;
-    while (sent < messageLength) {
-        // MSG_NOSIGNAL: a peer that hung up must not kill the caller's process.
-        ssize_t n = ::send(fd, sendBuffer + sent, messageLength - sent, MSG_NOSIGNAL);
-        if (n == -1) {
-            std::free(sendBuffer);
-            closeSocket(fd);
-            return -1;
-        }
-        sent += static_cast<std::size_t>(n);
-    }
+    // A failed connect (or TLS handshake) fails like a failed send.
+    Connection conn;
+    const bool connected = conn.adopt(CIMC_TcpConnect(peer.host, peer.port), peer.host, security, nullptr);
+    const bool sent = connected && conn.sendAll(sendBuffer, messageLength, nullptr);
     std::free(sendBuffer);
+    if (!sent) return -1;
 
     // Deliberate: option length 0, so the kernel refuses the time-out and
     // none is in force (and the remainder was never scaled to microseconds).
     timeval limit;
-    limit.tv_sec = timeout / 1000;
-    limit.tv_usec = timeout % 1000;
-    (void)cimxml::transport::g_setSockOpt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, 0);
+    limit.tv_sec = peer.timeoutMs / 1000;
+    limit.tv_usec = peer.timeoutMs % 1000;
+    (void)g_setSockOpt(conn.fd(), SOL_SOCKET, SO_RCVTIMEO, &limit, 0);
 
     // One read; whatever the rest of the reply holds is not looked at.
-    (void)::recv(fd, received, sizeof received - 1, 0);
+    (void)conn.receive(received, sizeof received - 1, nullptr);
 
-    if (std::strstr(received, "401 Unauthorized")) {
-        closeSocket(fd);
-        return 401;
-    }
+    if (std::strstr(received, "401 Unauthorized")) return 401;
     const char* lengthField = std::strstr(received, "Content-Length:");
-    if (!lengthField || !responseOut) {
-        closeSocket(fd);
-        return -1;
-    }
+    if (!lengthField || !responseOut) return -1;
     std::sscanf(lengthField + 15, "%9s", lengthText);
     const int num = static_cast<int>(std::strtol(lengthText, nullptr, 10));
 
@@ -272,16 +264,12 @@ int CIMSendRequest(const char* requestText, char** responseOut, const char* host
     char* body = num >= 0 ? static_cast<char*>(std::calloc(static_cast<std::size_t>(num) + 1, 1)) : nullptr;
     if (!body) {
         std::fprintf(stderr, "%s %d could not allocate memory ", kLogFile, 355);
-        closeSocket(fd);
         return -1;
     }
     *responseOut = body;
 
     const char* xml = std::strstr(received, "<?xml");
-    if (!xml) {  // the caller frees the empty body
-        closeSocket(fd);
-        return -1;
-    }
+    if (!xml) return -1;  // the caller frees the empty body
     std::size_t copied = std::strlen(xml);
     if (copied > static_cast<std::size_t>(num)) copied = static_cast<std::size_t>(num);
     std::memcpy(body, xml, copied);
@@ -290,13 +278,12 @@ int CIMSendRequest(const char* requestText, char** responseOut, const char* host
 
     // Deliberate bands: bodies up to 512 bytes, and exactly 2048, are never
     // read beyond the first recv.
-    if (static_cast<unsigned int>(num - 513) <= 1534u) receiveRest(fd, fill, end);
-    if (num > 2048) receiveRest(fd, fill, end);
+    if (static_cast<unsigned int>(num - 513) <= 1534u) receiveRest(conn, fill, end);
+    if (num > 2048) receiveRest(conn, fill, end);
 
     // "Respone" is spelled as log readers have always matched it.
     _rt_log(kLogFile, 397, kLogComponent, kLogCategory, kLogLevel, "Respone:\n%s", body);
-    closeSocket(fd);
     return 0;
 }
 
-}  // extern "C"
+}  // namespace cimxml::transport

@@ -13,7 +13,8 @@
  *
  * errorOut is the address of an Error*; it is written only when the server
  * answered with a CIM error (or refused the credentials: code "401",
- * description "Unauthorized User") and must always be a valid address.
+ * description "Unauthorized User") and must always be a valid address. In
+ * the standard wire mode (below) every other failure is stored there too.
  */
 #ifndef CIMXML_CLIENT_H
 #define CIMXML_CLIENT_H
@@ -59,6 +60,39 @@ CIMXML_API int CIMC_GetUserNameFromHandle(ClientHandle* handle, char* dst);
 CIMXML_API int CIMC_GetPassWordFromHandle(ClientHandle* handle, char* dst);
 /* The library-wide trace sink: prints nothing, returns 0. */
 CIMXML_API int EmptyPrintf(const char* format, ...);
+
+/* ---- wire mode ------------------------------------------------------------- */
+/* CIMXML_WIRE_DEFAULT keeps the exact request text and framing existing
+ * object managers are used to. CIMXML_WIRE_STANDARD follows DSP0200 and
+ * DSP0201 (headers CIMOperation, CIMMethod, CIMObject and Host, escaped
+ * well-formed XML, replies read by Content-Length or chunks) and reports
+ * every failure as an Error record. A handle takes its mode and scheme when
+ * it is created, from CIMXML_WIRE=standard, CIMXML_TLS=1, CIMXML_CA_FILE and
+ * CIMXML_TLS_INSECURE=1 in the environment. */
+#define CIMXML_WIRE_DEFAULT 0
+#define CIMXML_WIRE_STANDARD 1
+#define CIMXML_WIRE_FROM_ENVIRONMENT (-1)
+
+/* Sets the wire mode and, when scheme is not NULL, the scheme ("http" or
+ * "https", any case) of handle. With a NULL handle it sets them for every
+ * handle created afterwards, in place of the environment;
+ * CIMXML_WIRE_FROM_ENVIRONMENT (NULL handle only) gives both back to the
+ * environment. Returns 0, or -1 for an unknown mode or scheme or a handle
+ * not made by client_Configuration. */
+CIMXML_API int CIMC_SetWireMode(ClientHandle* handle, int mode, const char* scheme);
+
+/* Codes of the Error records a standard-mode operation stores when it gets
+ * no CIM answer (besides "401" and the HTTP status of any other refused
+ * request, e.g. "400" or "501" with the CIMError header in the description).
+ * The description says what failed and why. */
+#define CIMXML_ERROR_CONNECT "1001"  /* no connection to the object manager */
+#define CIMXML_ERROR_SEND "1002"     /* the request could not be sent whole */
+#define CIMXML_ERROR_TIMEOUT "1003"  /* no reply within the handle's time-out */
+#define CIMXML_ERROR_CLOSED "1004"   /* the peer closed before the reply was whole */
+#define CIMXML_ERROR_PROTOCOL "1005" /* not an HTTP reply, or a malformed one */
+#define CIMXML_ERROR_TLS "1006"      /* TLS set-up, handshake or certificate check failed */
+#define CIMXML_ERROR_REPLY "1007"    /* the body is not a CIM-XML reply */
+#define CIMXML_ERROR_MEMORY "1008"   /* out of memory */
 
 /* ---- operation entry points ---------------------------------------------- */
 /* Each dispatches on handle->interfaceType. A NULL handle yields NULL (-1 for
@@ -189,7 +223,8 @@ CIMXML_API int Decode64(char* output, const char* input, int outputSize);
 /* A connected IPv4 stream socket, or -1. */
 CIMXML_API int CIMC_TcpConnect(const char* host, int port);
 /* Sends one request and collects the reply body into *responseOut (the caller
- * frees it). Returns 0, 401 ("401 Unauthorized"), or -1. */
+ * frees it). Returns 0, 401 ("401 Unauthorized"), or -1. Always the default
+ * wire mode over plain TCP; the operations follow their handle's settings. */
 CIMXML_API int CIMSendRequest(const char* requestText, char** responseOut, const char* host, int port,
                               const char* userName, const char* password, int timeout);
 

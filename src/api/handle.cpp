@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "api/marker.h"
+#include "api/wire.h"
 #include "cimxml/client.h"
 #include "model/alloc.h"
 
@@ -51,11 +52,22 @@ ClientHandle* client_Configuration(const char* host, int port, const char* nameS
     handle->timeout = timeout;
     if (!(handle->userName = ownedCopy(userName))) return nullptr;
     if (!(handle->password = ownedCopy(password))) return nullptr;
+    // Read here, like the marker: the environment at creation time counts.
+    bool remembered = false;
+    try {
+        remembered = cimxml::rememberHandle(handle, cimxml::settingsForNewHandle());
+    } catch (...) {
+    }
+    if (!remembered) {
+        Free_client_Configuration(handle);
+        return nullptr;
+    }
     return handle;
 }
 
 int Free_client_Configuration(ClientHandle* handle) {
     if (!handle) return -1;
+    cimxml::forgetHandle(handle);
     char** fields[] = {&handle->host, &handle->nameSpace, &handle->userName, &handle->password};
     for (char** field : fields) {
         std::free(*field);

@@ -220,7 +220,7 @@ namespace cimxml::parser {
 
 // The walk of recursiveParseCIM. With `releasing`, the document `node` belongs
 // to gives back each block of nodes once the walk is past it.
-int walkTree(XMLNode* node, XMLDoc* releasing) {
+int walkTree(XMLNode* node, XMLDoc* releasing, bool standard) {
     WalkScope scope;
     char nameBuf[CIMXML_ELEMENT_NAME_SIZE];
     char parentBuf[CIMXML_ELEMENT_NAME_SIZE];
@@ -244,6 +244,9 @@ int walkTree(XMLNode* node, XMLDoc* releasing) {
                 Built b = build(id, n, parentId, parentName, parentRecord);
                 descend = pushEntry(b.address, b.name);
                 printStack();
+            } else if (standard && std::strcmp(name, "VALUE.NULL") == 0) {
+                Built b = buildNullValue(n, parentId, parentName, parentRecord);
+                descend = pushEntry(b.address, b.name);
             } else {
                 // Callers rely on this exact line.
                 std::puts("\n\n hey what iss thisssssssssssssssssssssssssssssss\n");
@@ -264,7 +267,13 @@ int walkTree(XMLNode* node, XMLDoc* releasing) {
     return 0;
 }
 
-CIM* parseDocument(const char* text, char* scratch) {
+namespace {
+bool g_standardReading = false;
+}  // namespace
+
+bool standardReading() { return g_standardReading; }
+
+CIM* parseDocument(const char* text, char* scratch, bool standard) {
     top = -1;
     std::memset(::map, 0, sizeof ::map);
     releaseUnlinked();
@@ -282,7 +291,9 @@ CIM* parseDocument(const char* text, char* scratch) {
     }
     // The tree is read once, front to back: its node blocks are given back
     // as the records grow, so the two are never both whole in memory.
-    walkTree(doc->root, doc);
+    g_standardReading = standard;
+    walkTree(doc->root, doc, standard);
+    g_standardReading = false;
     freeXMLDoc(doc);
     printStack();
     return static_cast<CIM*>(returnAddress);

@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "cimxml/writer.h"
+#include "writer/document.h"
 #include "writer/template.h"
 
 namespace cimxml::writer {
@@ -35,24 +36,61 @@ inline void put(OutBuf& out, const Lit& l) noexcept {
     if (l.n) out.append(l.s, l.n);
 }
 
+bool embeddedValue(const Step& s, const char* base) noexcept {
+    const void* p = loadPointer(base, s.offset);
+    if (p && s.child) p = static_cast<const ValueArray*>(p)->value;
+    return p && static_cast<const Value*>(p)->embedded == 1;
+}
+
+void writeParts(OutBuf& out, const Step& s, const char* text) noexcept {
+    if (!text) return;
+    for (const char* part = text; *part;) {
+        const char* end = std::strchr(part, '/');
+        std::size_t n = end ? static_cast<std::size_t>(end - part) : std::strlen(part);
+        if (n) {
+            put(out, s.pre);
+            char piece[256];
+            // Parts are short; a longer one is written in slices.
+            for (std::size_t done = 0; done < n;) {
+                std::size_t k = n - done < sizeof piece - 1 ? n - done : sizeof piece - 1;
+                std::memcpy(piece, part + done, k);
+                piece[k] = '\0';
+                out.text(piece);
+                done += k;
+            }
+            put(out, s.post);
+        }
+        if (!end) break;
+        part = end + 1;
+    }
+}
+
 void writeSteps(OutBuf& out, const Template& t, const char* base) noexcept {
+    const Only skipped = out.standard() ? Only::Default : Only::Standard;
     for (std::size_t i = 0; i < t.count; ++i) {
         const Step& s = t.steps[i];
+        if (s.only == skipped) continue;
         switch (s.op) {
         case Op::Text:
             put(out, s.pre);
             break;
         case Op::Attr:
             put(out, s.pre);
-            out.append(loadString(base, s.offset));
+            out.text(loadString(base, s.offset));
             put(out, s.post);
             break;
         case Op::AttrIf:
             if (const char* v = loadString(base, s.offset)) {
                 put(out, s.pre);
-                out.append(v);
+                out.text(v);
                 put(out, s.post);
             }
+            break;
+        case Op::Split:
+            writeParts(out, s, loadString(base, s.offset));
+            break;
+        case Op::Embedded:
+            if (embeddedValue(s, base)) put(out, s.pre);
             break;
         case Op::Child:
             if (const void* c = loadPointer(base, s.offset)) {
@@ -77,6 +115,7 @@ void writeSteps(OutBuf& out, const Template& t, const char* base) noexcept {
             if (v > 0) {
                 put(out, s.pre);
                 out.appendInt(v);
+                put(out, s.post);
             }
             break;
         }
@@ -117,6 +156,19 @@ void writeRecord(OutBuf& out, const Template& t, const void* record) noexcept {
         writeSteps(out, t, base);
         record = t.isList ? loadPointer(base, t.nextOffset) : nullptr;
     }
+}
+
+void writeDocument(CIM* cim, char** text, bool standard) noexcept {
+    if (!standard) {
+        Gen_CIM(cim, text);
+        return;
+    }
+    if (!cim || !text) return;
+    OutBuf out;
+    if (!out.open(text)) return;
+    out.setStandard(true);
+    writeRecord(out, kCIM, cim);
+    out.commit();
 }
 
 }  // namespace cimxml::writer

@@ -54,6 +54,26 @@ void OutBuf::appendInt(std::int32_t v) noexcept {
     append(p, static_cast<std::size_t>(end - p));
 }
 
+void OutBuf::escaped(const char* s) noexcept {
+    if (!s) return;
+    const char* run = s;
+    for (; *s; ++s) {
+        const char* entity;
+        std::size_t n;
+        switch (*s) {
+            case '&': entity = "&amp;"; n = 5; break;
+            case '<': entity = "&lt;"; n = 4; break;
+            case '>': entity = "&gt;"; n = 4; break;
+            case '"': entity = "&quot;"; n = 6; break;
+            default: continue;
+        }
+        append(run, static_cast<std::size_t>(s - run));
+        append(entity, n);
+        run = s + 1;
+    }
+    append(run, static_cast<std::size_t>(s - run));
+}
+
 void OutBuf::commit() noexcept {
     if (!data_) return;
     if (failed_) {

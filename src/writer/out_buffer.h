@@ -37,6 +37,18 @@ public:
     }
     void appendInt(std::int32_t v) noexcept;
 
+    // The wire mode this write is for; set once, after open().
+    void setStandard(bool standard) noexcept { standard_ = standard; }
+    bool standard() const noexcept { return standard_; }
+    // Text taken from a record: in the standard mode with &, <, > and "
+    // escaped (fit for element content and double-quoted attributes), else
+    // as it stands.
+    void text(const char* s) noexcept {
+        if (standard_) escaped(s);
+        else append(s);
+    }
+    void escaped(const char* s) noexcept;
+
     std::size_t size() const noexcept { return len_; }
     bool failed() const noexcept { return failed_; }
 
@@ -50,6 +62,7 @@ private:
     std::size_t cap_ = 0;  // always > len_: room for the terminator
     bool callerHadText_ = false;
     bool failed_ = false;
+    bool standard_ = false;
 };
 
 }  // namespace cimxml::writer

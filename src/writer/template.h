@@ -36,8 +36,14 @@ enum class Op : std::uint8_t {
     FlagIf,  // pre, only when the 16-bit flag is 1
     Bool16,  // pre when the 16-bit flag is 1, post when it is 0
     Bool32,  // the same for a 32-bit flag
-    CountIf, // pre and the number in decimal, only when it is above 0
+    CountIf, // pre, the number in decimal and post, only when it is above 0
+    Split,   // pre, one '/'-separated part of the string, post; for each part
+    Embedded,// pre when the Value (or ValueArray's first Value) holds an embedded instance
 };
+
+// Which wire mode writes a step. Default-only steps are the kept irregular
+// forms; each has a standard-only counterpart next to it.
+enum class Only : std::uint8_t { Both, Default, Standard };
 
 struct Step {
     Op op;
@@ -45,6 +51,7 @@ struct Step {
     Lit pre;
     Lit post;
     const Template* child;
+    Only only = Only::Both;
 };
 
 using CustomWriter = void (*)(OutBuf&, const void* record);
@@ -64,6 +71,29 @@ void writeRecord(OutBuf& out, const Template& t, const void* record) noexcept;
 // The value writer: plain values and embedded instances.
 void writeValues(OutBuf& out, const void* record) noexcept;
 
+struct Template;
+// Every writer, in the order of writer.h.
+#define CIMXML_WRITERS(X)                                                                   \
+    X(CIM) X(Message) X(SimpleReq) X(MultiReq) X(IMethodCall) X(MethodCall) X(IParamValue)  \
+    X(ParamValue) X(LocalNamespacePath) X(Namespace) X(NamespacePath) X(SimpleRsp)          \
+    X(MultiRsp) X(IMethodResponse) X(MethodResponse) X(IReturnValue) X(ReturnValue)         \
+    X(Error) X(ClassName) X(QualifierFlavor) X(Scope) X(Value) X(ValueArray) X(ValueNull)   \
+    X(ValueReference) X(ValueRefArray) X(KeyValue) X(KeyBinding) X(InstanceName)            \
+    X(ClassPath) X(LocalClassPath) X(InstancePath) X(LocalInstancePath) X(ObjectPath)       \
+    X(Instance) X(NamedInstance) X(Property) X(PropertyArray) X(PropertyReference)          \
+    X(Qualifier) X(QualifierDecl) X(Class) X(Method) X(Parameter) X(ParameterReference)     \
+    X(ParameterArray) X(ParameterRefArray) X(ResponseDestination) X(Object)                 \
+    X(ObjectWithPath) X(ObjectWithLocalPath) X(NamedObject) X(Declaration) X(DeclGroup)     \
+    X(DeclGroupWithName) X(DeclGroupWithPath)
+
+#define CIMXML_DECLARE_TEMPLATE(T) extern const Template k##T;
+CIMXML_WRITERS(CIMXML_DECLARE_TEMPLATE)
+#undef CIMXML_DECLARE_TEMPLATE
+// The standard mode's class names: the first name only, as the quoted text
+// after CLASSNAME= (kClassNameOne), or as CLASSNAME elements (kClassNameElement).
+extern const Template kClassNameOne;
+extern const Template kClassNameElement;
+
 // --- building blocks for the table ---------------------------------------
 
 template <typename Field, typename Want>
@@ -82,24 +112,19 @@ constexpr Step child(Lit pre, std::uint16_t at, const Template* t, Lit post) {
 constexpr Step flagIf(Lit s, std::uint16_t at) { return {Op::FlagIf, at, s, {}, nullptr}; }
 constexpr Step bool16(std::uint16_t at, Lit ifTrue, Lit ifFalse) { return {Op::Bool16, at, ifTrue, ifFalse, nullptr}; }
 constexpr Step bool32(std::uint16_t at, Lit ifTrue, Lit ifFalse) { return {Op::Bool32, at, ifTrue, ifFalse, nullptr}; }
-constexpr Step countIf(Lit pre, std::uint16_t at) { return {Op::CountIf, at, pre, {}, nullptr}; }
-
-// Every writer, in the order of writer.h.
-#define CIMXML_WRITERS(X)                                                                   \
-    X(CIM) X(Message) X(SimpleReq) X(MultiReq) X(IMethodCall) X(MethodCall) X(IParamValue)  \
-    X(ParamValue) X(LocalNamespacePath) X(Namespace) X(NamespacePath) X(SimpleRsp)          \
-    X(MultiRsp) X(IMethodResponse) X(MethodResponse) X(IReturnValue) X(ReturnValue)         \
-    X(Error) X(ClassName) X(QualifierFlavor) X(Scope) X(Value) X(ValueArray) X(ValueNull)   \
-    X(ValueReference) X(ValueRefArray) X(KeyValue) X(KeyBinding) X(InstanceName)            \
-    X(ClassPath) X(LocalClassPath) X(InstancePath) X(LocalInstancePath) X(ObjectPath)       \
-    X(Instance) X(NamedInstance) X(Property) X(PropertyArray) X(PropertyReference)          \
-    X(Qualifier) X(QualifierDecl) X(Class) X(Method) X(Parameter) X(ParameterReference)     \
-    X(ParameterArray) X(ParameterRefArray) X(ResponseDestination) X(Object)                 \
-    X(ObjectWithPath) X(ObjectWithLocalPath) X(NamedObject) X(Declaration) X(DeclGroup)     \
-    X(DeclGroupWithName) X(DeclGroupWithPath)
-
-#define CIMXML_DECLARE_TEMPLATE(T) extern const Template k##T;
-CIMXML_WRITERS(CIMXML_DECLARE_TEMPLATE)
-#undef CIMXML_DECLARE_TEMPLATE
+constexpr Step countIf(Lit pre, std::uint16_t at, Lit post = {}) { return {Op::CountIf, at, pre, post, nullptr}; }
+constexpr Step split(Lit pre, std::uint16_t at, Lit post) { return {Op::Split, at, pre, post, nullptr}; }
+// `at` is a Value* field, or a ValueArray* one when `array` is set.
+constexpr Step embedded(Lit s, std::uint16_t at, bool array) {
+    return {Op::Embedded, at, s, {}, array ? &kValueArray : nullptr};
+}
+constexpr Step defaultOnly(Step s) {
+    s.only = Only::Default;
+    return s;
+}
+constexpr Step standardOnly(Step s) {
+    s.only = Only::Standard;
+    return s;
+}
 
 }  // namespace cimxml::writer

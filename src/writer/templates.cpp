@@ -3,6 +3,8 @@
 // Read each entry top to bottom as the text it writes. Irregular forms are
 // kept on purpose (the object managers we talk to accept exactly this text);
 // each has a name in the block below so that none is "fixed" by accident.
+// The standard wire mode shares every entry: a defaultOnly step is a kept
+// form, and the standardOnly step beside it is what DSP0201 asks for.
 #include <cstddef>
 #include <iterator>
 
@@ -33,10 +35,20 @@ constexpr Lit kScopeIndication = " INDICATION \"TRUE\"";
 constexpr Lit kClassNameOpen = "<CLASSNAME NAME=";
 constexpr Lit kEmptyClose = "/>";
 
+// ---- their standard (DSP0201) counterparts -----------------------------------
+constexpr Lit kPropagatedStd = " PROPAGATED=\"true\"";
+constexpr Lit kArraySizeStd = " ARRAYSIZE=\"";
+constexpr Lit kValueTypeStd = " VALUETYPE=\"";
+constexpr Lit kKeyTypeStd = " TYPE=\"";
+constexpr Lit kEmbeddedStd = " EmbeddedObject=\"instance\"";
+
 #define S(T, f) fieldAt<decltype(T::f), char*>(offsetof(T, f))
 #define F16(T, f) fieldAt<decltype(T::f), std::int16_t>(offsetof(T, f))
 #define F32(T, f) fieldAt<decltype(T::f), std::int32_t>(offsetof(T, f))
 #define R(T, f, C) fieldAt<decltype(T::f), C*>(offsetof(T, f)), &k##C
+// A ClassName field written with another of the class-name templates.
+#define RC(T, f, Tmpl) fieldAt<decltype(T::f), ClassName*>(offsetof(T, f)), &Tmpl
+#define P(T, f, C) fieldAt<decltype(T::f), C*>(offsetof(T, f))
 
 // Gen_CIMName: the name in double quotes, nothing when it is NULL.
 constexpr Step cimName(std::uint16_t at) { return attrIf("\"", at, "\""); }
@@ -48,6 +60,9 @@ constexpr Step referenceClassAttr(std::uint16_t at) { return attrIf(" REFERENCEC
 constexpr Step classNameElement(std::uint16_t at, const Template* t) {
     return child(kClassNameOpen, at, t, kEmptyClose);
 }
+// PROPAGATED as each mode writes it.
+constexpr Step propagatedDefault(Lit form, std::uint16_t at) { return defaultOnly(flagIf(form, at)); }
+constexpr Step propagatedStandard(std::uint16_t at) { return standardOnly(flagIf(kPropagatedStd, at)); }
 
 // ---- envelope --------------------------------------------------------------
 
@@ -107,7 +122,8 @@ constexpr Step sIParamValue[] = {
     child(R(IParamValue, value, Value)),
     child(R(IParamValue, valueArray, ValueArray)),
     child(R(IParamValue, valueReference, ValueReference)),
-    classNameElement(R(IParamValue, className, ClassName)),
+    defaultOnly(classNameElement(R(IParamValue, className, ClassName))),
+    standardOnly(classNameElement(RC(IParamValue, className, kClassNameOne))),
     child(R(IParamValue, instanceName, InstanceName)),
     child(R(IParamValue, qualifierDecl, QualifierDecl)),
     child(R(IParamValue, cimClass, Class)),
@@ -119,6 +135,7 @@ constexpr Step sParamValue[] = {
     text("<PARAMVALUE NAME="),
     cimName(S(ParamValue, name)),
     attrIf(" PARAMTYPE=\"", S(ParamValue, paramType), "\""),
+    standardOnly(embedded(kEmbeddedStd, P(ParamValue, value, Value), false)),
     text(">"),
     child(R(ParamValue, value, Value)),
     // Deliberately the array before the reference, unlike the record's order.
@@ -130,7 +147,8 @@ constexpr Step sParamValue[] = {
 constexpr Step sResponseDestination[] = {
     text("<RESPONSEDESTINATION>"),
     child(R(ResponseDestination, instance, Instance)),
-    text(kResponseDestinationClose),
+    defaultOnly(text(kResponseDestinationClose)),
+    standardOnly(text("</RESPONSEDESTINATION>")),
 };
 // SIMPLEREQACK is never written.
 constexpr Step sSimpleRsp[] = {
@@ -163,7 +181,8 @@ constexpr Step sMethodResponse[] = {
 };
 constexpr Step sIReturnValue[] = {
     text("<IRETURNVALUE>"),
-    child(R(IReturnValue, className, ClassName)), // bare quoted names, deliberately
+    defaultOnly(child(R(IReturnValue, className, ClassName))), // bare quoted names, deliberately
+    standardOnly(child(RC(IReturnValue, className, kClassNameElement))),
     child(R(IReturnValue, instanceName, InstanceName)),
     child(R(IReturnValue, value, Value)),
     child(R(IReturnValue, objectWithPath, ObjectWithPath)),
@@ -201,10 +220,12 @@ constexpr Step sLocalNamespacePath[] = {
     child(R(LocalNamespacePath, namespaces, Namespace)),
     text("</LOCALNAMESPACEPATH>"),
 };
+// Standard: one NAMESPACE per component, "root/cimv2" as root and cimv2.
 constexpr Step sNamespace[] = {
-    text("<NAMESPACE NAME="),
-    cimName(S(Namespace, name)),
-    text("/>"),
+    defaultOnly(text("<NAMESPACE NAME=")),
+    defaultOnly(cimName(S(Namespace, name))),
+    defaultOnly(text("/>")),
+    standardOnly(split("<NAMESPACE NAME=\"", S(Namespace, name), "\"/>")),
 };
 constexpr Step sNamespacePath[] = {
     text("<NAMESPACEPATH>"),
@@ -216,16 +237,21 @@ constexpr Step sNamespacePath[] = {
 constexpr Step sClassName[] = {
     cimName(S(ClassName, name)),
 };
+constexpr Step sClassNameElement[] = {
+    attrIf("<CLASSNAME NAME=\"", S(ClassName, name), "\"/>"),
+};
 constexpr Step sClassPath[] = {
     text("<CLASSPATH>"),
     child(R(ClassPath, namespacePath, NamespacePath)),
-    classNameElement(R(ClassPath, className, ClassName)),
+    defaultOnly(classNameElement(R(ClassPath, className, ClassName))),
+    standardOnly(classNameElement(RC(ClassPath, className, kClassNameOne))),
     text("</CLASSPATH>"),
 };
 constexpr Step sLocalClassPath[] = {
     text("<LOCALCLASSPATH>"),
     child(R(LocalClassPath, localNamespacePath, LocalNamespacePath)),
-    child(kLocalClassNameOpen, R(LocalClassPath, className, ClassName), kEmptyClose),
+    defaultOnly(child(kLocalClassNameOpen, R(LocalClassPath, className, ClassName), kEmptyClose)),
+    standardOnly(classNameElement(RC(LocalClassPath, className, kClassNameOne))),
     text("</LOCALCLASSPATH>"),
 };
 constexpr Step sInstancePath[] = {
@@ -242,7 +268,8 @@ constexpr Step sLocalInstancePath[] = {
 };
 constexpr Step sInstanceName[] = {
     text("<INSTANCENAME CLASSNAME="),
-    child(R(InstanceName, className, ClassName)),
+    defaultOnly(child(R(InstanceName, className, ClassName))),
+    standardOnly(child(RC(InstanceName, className, kClassNameOne))),
     text(">"),
     child(R(InstanceName, keyBindings, KeyBinding)),
     child(R(InstanceName, keyValue, KeyValue)),
@@ -259,8 +286,10 @@ constexpr Step sKeyBinding[] = {
 };
 constexpr Step sKeyValue[] = {
     text("<KEYVALUE"),
-    attrIf(kValueTypeSpaced, S(KeyValue, valueType), "\""),
-    attrIf(kCimTypeSpaced, S(KeyValue, cimType), "\""),
+    defaultOnly(attrIf(kValueTypeSpaced, S(KeyValue, valueType), "\"")),
+    defaultOnly(attrIf(kCimTypeSpaced, S(KeyValue, cimType), "\"")),
+    standardOnly(attrIf(kValueTypeStd, S(KeyValue, valueType), "\"")),
+    standardOnly(attrIf(kKeyTypeStd, S(KeyValue, cimType), "\"")),
     text(">"),
     attrIf("", S(KeyValue, value), ""),
     text("</KEYVALUE>"),
@@ -287,7 +316,8 @@ constexpr Step sValueReference[] = {
     text("<VALUE.REFERENCE>"),
     child(R(ValueReference, classPath, ClassPath)),
     child(R(ValueReference, localClassPath, LocalClassPath)),
-    classNameElement(R(ValueReference, className, ClassName)),
+    defaultOnly(classNameElement(R(ValueReference, className, ClassName))),
+    standardOnly(classNameElement(RC(ValueReference, className, kClassNameOne))),
     child(R(ValueReference, instancePath, InstancePath)),
     child(R(ValueReference, localInstancePath, LocalInstancePath)),
     child(R(ValueReference, instanceName, InstanceName)),
@@ -338,7 +368,8 @@ constexpr Step sNamedObject[] = {
 
 constexpr Step sInstance[] = {
     text("<INSTANCE CLASSNAME="),
-    child(R(Instance, className, ClassName)),
+    defaultOnly(child(R(Instance, className, ClassName))),
+    standardOnly(child(RC(Instance, className, kClassNameOne))),
     text(">"),
     child(R(Instance, qualifiers, Qualifier)),
     child(R(Instance, properties, Property)),
@@ -363,7 +394,9 @@ constexpr Step sProperty[] = {
     nameAttr(S(Property, name)),
     typeAttr(S(Property, type)),
     classOriginAttr(S(Property, classOrigin)),
-    flagIf(kPropagatedBare, F16(Property, propagated)),
+    propagatedDefault(kPropagatedBare, F16(Property, propagated)),
+    propagatedStandard(F16(Property, propagated)),
+    standardOnly(embedded(kEmbeddedStd, P(Property, value, Value), false)),
     text(">"),
     child(R(Property, qualifiers, Qualifier)),
     child(R(Property, value, Value)),
@@ -374,8 +407,11 @@ constexpr Step sPropertyArray[] = {
     nameAttr(S(PropertyArray, name)),
     typeAttr(S(PropertyArray, type)),
     classOriginAttr(S(PropertyArray, classOrigin)),
-    countIf(kArraySizeBare, F32(PropertyArray, arraySize)),
-    flagIf(kPropagatedSpaced, F16(PropertyArray, propagated)),
+    defaultOnly(countIf(kArraySizeBare, F32(PropertyArray, arraySize))),
+    standardOnly(countIf(kArraySizeStd, F32(PropertyArray, arraySize), "\"")),
+    propagatedDefault(kPropagatedSpaced, F16(PropertyArray, propagated)),
+    propagatedStandard(F16(PropertyArray, propagated)),
+    standardOnly(embedded(kEmbeddedStd, P(PropertyArray, valueArray, ValueArray), true)),
     text(">"),
     child(R(PropertyArray, qualifiers, Qualifier)),
     child(R(PropertyArray, valueArray, ValueArray)),
@@ -386,38 +422,49 @@ constexpr Step sPropertyReference[] = {
     nameAttr(S(PropertyReference, name)),
     referenceClassAttr(S(PropertyReference, referenceClass)),
     classOriginAttr(S(PropertyReference, classOrigin)),
-    flagIf(kPropagatedSpaced, F16(PropertyReference, propagated)),
+    propagatedDefault(kPropagatedSpaced, F16(PropertyReference, propagated)),
+    propagatedStandard(F16(PropertyReference, propagated)),
     text(">"),
     child(R(PropertyReference, qualifiers, Qualifier)),
     child(R(PropertyReference, valueReference, ValueReference)),
     text("</PROPERTY.REFERENCE>"),
 };
-// The flavor's attribute text lands in the element content, after the value.
+// The flavor's attribute text lands in the element content, after the value
+// (standard: attributes of the opening tag).
 constexpr Step sQualifier[] = {
     text("<QUALIFIER NAME="),
     cimName(S(Qualifier, name)),
     typeAttr(S(Qualifier, type)),
-    flagIf(kPropagatedBare, F16(Qualifier, propagated)),
+    propagatedDefault(kPropagatedBare, F16(Qualifier, propagated)),
+    propagatedStandard(F16(Qualifier, propagated)),
+    standardOnly(child(R(Qualifier, qualifierFlavor, QualifierFlavor))),
     text(">"),
     child(R(Qualifier, value, Value)),
     child(R(Qualifier, valueArray, ValueArray)),
-    child(R(Qualifier, qualifierFlavor, QualifierFlavor)),
+    defaultOnly(child(R(Qualifier, qualifierFlavor, QualifierFlavor))),
     text("</QUALIFIER>"),
 };
 constexpr Step sQualifierFlavor[] = {
-    text(kFlavorMarker),
-    bool16(F16(QualifierFlavor, overridable), " OVERRIDABLE='TRUE'", " OVERRIDABLE='FALSE'"),
-    bool16(F16(QualifierFlavor, toSubclass), " TOSUBCLASS='TRUE'", " TOSUBCLASS='FALSE'"),
-    bool16(F16(QualifierFlavor, toInstance), " TOINSTANCE='TRUE'", " TOINSTANCE='FALSE'"),
-    bool16(F16(QualifierFlavor, translatable), " TRANSLATABLE='TRUE'", " TRANSLATABLE='FALSE'"),
+    defaultOnly(text(kFlavorMarker)),
+    defaultOnly(bool16(F16(QualifierFlavor, overridable), " OVERRIDABLE='TRUE'", " OVERRIDABLE='FALSE'")),
+    defaultOnly(bool16(F16(QualifierFlavor, toSubclass), " TOSUBCLASS='TRUE'", " TOSUBCLASS='FALSE'")),
+    defaultOnly(bool16(F16(QualifierFlavor, toInstance), " TOINSTANCE='TRUE'", " TOINSTANCE='FALSE'")),
+    defaultOnly(bool16(F16(QualifierFlavor, translatable), " TRANSLATABLE='TRUE'", " TRANSLATABLE='FALSE'")),
+    standardOnly(bool16(F16(QualifierFlavor, overridable), " OVERRIDABLE=\"true\"", " OVERRIDABLE=\"false\"")),
+    standardOnly(bool16(F16(QualifierFlavor, toSubclass), " TOSUBCLASS=\"true\"", " TOSUBCLASS=\"false\"")),
+    standardOnly(bool16(F16(QualifierFlavor, toInstance), " TOINSTANCE=\"true\"", " TOINSTANCE=\"false\"")),
+    standardOnly(bool16(F16(QualifierFlavor, translatable), " TRANSLATABLE=\"true\"", " TRANSLATABLE=\"false\"")),
 };
 // arraySize is never written.
 constexpr Step sQualifierDecl[] = {
     text("<QUALIFIER.DECLARATION NAME="),
     cimName(S(QualifierDecl, name)),
-    attrIf(kDoubledType, S(QualifierDecl, type), "\""),
-    bool32(F32(QualifierDecl, isArray), " ISARRAY=\"TRUE\"", " ISARRAY=\"FALSE\""),
-    child(" QUALIFIERFLAVOR=\"", R(QualifierDecl, qualifierFlavor, QualifierFlavor), "\""),
+    defaultOnly(attrIf(kDoubledType, S(QualifierDecl, type), "\"")),
+    standardOnly(typeAttr(S(QualifierDecl, type))),
+    defaultOnly(bool32(F32(QualifierDecl, isArray), " ISARRAY=\"TRUE\"", " ISARRAY=\"FALSE\"")),
+    standardOnly(bool32(F32(QualifierDecl, isArray), " ISARRAY=\"true\"", " ISARRAY=\"false\"")),
+    defaultOnly(child(" QUALIFIERFLAVOR=\"", R(QualifierDecl, qualifierFlavor, QualifierFlavor), "\"")),
+    standardOnly(child(R(QualifierDecl, qualifierFlavor, QualifierFlavor))),
     text(">"),
     child(R(QualifierDecl, scope, Scope)),
     child(R(QualifierDecl, value, Value)),
@@ -426,13 +473,20 @@ constexpr Step sQualifierDecl[] = {
 };
 constexpr Step sScope[] = {
     text("<SCOPE"),
-    flagIf(kScopeClass, F16(Scope, cimClass)),
-    flagIf(kScopeAssociation, F16(Scope, association)),
-    flagIf(kScopeReference, F16(Scope, reference)),
-    flagIf(kScopeProperty, F16(Scope, property)),
-    flagIf(kScopeMethod, F16(Scope, method)),
-    flagIf(kScopeParameter, F16(Scope, parameter)),
-    flagIf(kScopeIndication, F16(Scope, indication)),
+    defaultOnly(flagIf(kScopeClass, F16(Scope, cimClass))),
+    standardOnly(flagIf(" CLASS=\"true\"", F16(Scope, cimClass))),
+    defaultOnly(flagIf(kScopeAssociation, F16(Scope, association))),
+    standardOnly(flagIf(" ASSOCIATION=\"true\"", F16(Scope, association))),
+    defaultOnly(flagIf(kScopeReference, F16(Scope, reference))),
+    standardOnly(flagIf(" REFERENCE=\"true\"", F16(Scope, reference))),
+    defaultOnly(flagIf(kScopeProperty, F16(Scope, property))),
+    standardOnly(flagIf(" PROPERTY=\"true\"", F16(Scope, property))),
+    defaultOnly(flagIf(kScopeMethod, F16(Scope, method))),
+    standardOnly(flagIf(" METHOD=\"true\"", F16(Scope, method))),
+    defaultOnly(flagIf(kScopeParameter, F16(Scope, parameter))),
+    standardOnly(flagIf(" PARAMETER=\"true\"", F16(Scope, parameter))),
+    defaultOnly(flagIf(kScopeIndication, F16(Scope, indication))),
+    standardOnly(flagIf(" INDICATION=\"true\"", F16(Scope, indication))),
     text("/>"),
 };
 constexpr Step sMethod[] = {
@@ -440,7 +494,8 @@ constexpr Step sMethod[] = {
     nameAttr(S(Method, name)),
     typeAttr(S(Method, type)),
     classOriginAttr(S(Method, classOrigin)),
-    flagIf(kPropagatedSpaced, F16(Method, propagated)),
+    propagatedDefault(kPropagatedSpaced, F16(Method, propagated)),
+    propagatedStandard(F16(Method, propagated)),
     text(">"),
     child(R(Method, qualifiers, Qualifier)),
     child(R(Method, parameters, Parameter)),
@@ -469,19 +524,22 @@ constexpr Step sParameterArray[] = {
     text("<PARAMETER.ARRAY"),
     nameAttr(S(ParameterArray, name)),
     typeAttr(S(ParameterArray, type)),
-    countIf(kArraySizeBare, F32(ParameterArray, arraySize)),
+    defaultOnly(countIf(kArraySizeBare, F32(ParameterArray, arraySize))),
+    standardOnly(countIf(kArraySizeStd, F32(ParameterArray, arraySize), "\"")),
     text(">"),
     child(R(ParameterArray, qualifiers, Qualifier)),
     text("</PARAMETER.ARRAY>"),
 };
-// Deliberately left open: no closing tag is written.
+// Deliberately left open: no closing tag is written (but in the standard mode).
 constexpr Step sParameterRefArray[] = {
     text("<PARAMETER.REFARRAY"),
     nameAttr(S(ParameterRefArray, name)),
     referenceClassAttr(S(ParameterRefArray, referenceClass)),
-    countIf(kArraySizeBare, F32(ParameterRefArray, arraySize)),
+    defaultOnly(countIf(kArraySizeBare, F32(ParameterRefArray, arraySize))),
+    standardOnly(countIf(kArraySizeStd, F32(ParameterRefArray, arraySize), "\"")),
     text(">"),
     child(R(ParameterRefArray, qualifiers, Qualifier)),
+    standardOnly(text("</PARAMETER.REFARRAY>")),
 };
 
 // ---- declarations ------------------------------------------------------------
@@ -520,6 +578,8 @@ constexpr Step sDeclGroupWithPath[] = {
 #undef F16
 #undef F32
 #undef R
+#undef RC
+#undef P
 
 }  // namespace
 
@@ -581,6 +641,11 @@ SINGLE(Declaration)
 SINGLE(DeclGroup)
 SINGLE(DeclGroupWithName)
 SINGLE(DeclGroupWithPath)
+
+// The first class name alone, and each one as a CLASSNAME element.
+const Template kClassNameOne = {"ClassName", false, 0, sClassName, std::size(sClassName), nullptr};
+const Template kClassNameElement = {"ClassName", true, offsetof(ClassName, next), sClassNameElement,
+                                    std::size(sClassNameElement), nullptr};
 
 // VALUE is code, not data: see value_writer.cpp.
 const Template kValue = {"Value", true, offsetof(Value, next), nullptr, 0, writeValues};

@@ -1,4 +1,6 @@
 // VALUE: plain text, or an embedded instance written as a CDATA section.
+#include <cstdlib>
+
 #include "writer/template.h"
 
 namespace cimxml::writer {
@@ -55,16 +57,35 @@ void writeEmbeddedInstance(OutBuf& out, Instance* inst) noexcept {
     out.lit("</INSTANCE>]]></VALUE>");
 }
 
+// Standard: the whole instance written as DSP0201 text, then escaped into
+// the VALUE (EmbeddedObject="instance" is on the property or parameter).
+// The instance is left as it is.
+void writeEmbeddedStandard(OutBuf& out, const Instance* inst) noexcept {
+    if (!inst) return;
+    char* inner = nullptr;
+    OutBuf doc;
+    if (!doc.open(&inner)) return;
+    doc.setStandard(true);
+    writeRecord(doc, kInstance, inst);
+    doc.commit();
+    if (!inner) return;
+    out.lit("<VALUE>");
+    out.escaped(inner);
+    out.lit("</VALUE>");
+    std::free(inner);
+}
+
 }  // namespace
 
 void writeValues(OutBuf& out, const void* record) noexcept {
     // The chain is the caller's; only an embedded instance's lists change.
     for (Value* v = static_cast<Value*>(const_cast<void*>(record)); v; v = v->next) {
         if (v->embedded == 1) {
-            writeEmbeddedInstance(out, v->instance);
+            if (out.standard()) writeEmbeddedStandard(out, v->instance);
+            else writeEmbeddedInstance(out, v->instance);
         } else if (v->value) {
             out.lit("<VALUE>");
-            out.append(v->value);
+            out.text(v->value);
             out.lit("</VALUE>");
         }
     }

@@ -6,8 +6,11 @@
 #include "cimxml/lifecycle.h"
 #include "cimxml/parser.h"
 #include "cimxml/writer.h"
+#include "api/wire.h"
 #include "model/alloc.h"
 #include "parser/parser_internal.h"
+#include "transport/exchange.h"
+#include "writer/document.h"
 
 namespace cimxml::xmlops {
 namespace {
@@ -32,10 +35,13 @@ IParamValue* newParam(const ParamSpec& def, const Arg& arg, bool* failed) {
             valueText = arg.text;
             break;
         case ParamKind::ObjectClass:
-        case ParamKind::ObjectInstance: {
+        case ParamKind::ObjectInstance:
+        case ParamKind::ObjectTarget: {
             auto* objectName = static_cast<const ObjectName*>(arg.record);
             if (!objectName) return nullptr;
-            if (def.kind == ParamKind::ObjectClass ? !objectName->className : !objectName->instanceName)
+            if (def.kind == ParamKind::ObjectClass ? !objectName->className
+                : def.kind == ParamKind::ObjectInstance ? !objectName->instanceName
+                : !objectName->instanceName && !objectName->className)
                 return nullptr;
             break;
         }
@@ -57,6 +63,12 @@ IParamValue* newParam(const ParamSpec& def, const Arg& arg, bool* failed) {
         case ParamKind::InstanceName: param->instanceName = static_cast<InstanceName*>(record); break;
         case ParamKind::ObjectClass: param->className = static_cast<ObjectName*>(record)->className; break;
         case ParamKind::ObjectInstance: param->instanceName = static_cast<ObjectName*>(record)->instanceName; break;
+        case ParamKind::ObjectTarget: {
+            auto* objectName = static_cast<ObjectName*>(record);
+            if (objectName->instanceName) param->instanceName = objectName->instanceName;
+            else param->className = objectName->className;
+            break;
+        }
         case ParamKind::Instance: param->instance = static_cast<Instance*>(record); break;
         case ParamKind::NamedInstance: param->namedInstance = static_cast<NamedInstance*>(record); break;
         case ParamKind::Text:
@@ -81,17 +93,19 @@ char* writeRequest(ClientHandle* handle, const Operation& op, const Arg* args) {
     bool failed = !methodCall || !setText(&methodCall->name, op.method) ||
                   !(methodCall->localNamespacePath = newNamespacePath(handle->nameSpace));
 
+    const bool standard = standardWire(handle) && op.standardParams;
+    const ParamSpec* params = standard ? op.standardParams : op.params;
+    const std::size_t paramCount = standard ? op.standardParamCount : op.paramCount;
     IParamValue** tail = methodCall ? &methodCall->iParamValues : nullptr;
-    for (std::size_t i = 0; !failed && i < op.paramCount; ++i) {
-        const ParamSpec& def = op.params[i];
+    for (std::size_t i = 0; !failed && i < paramCount; ++i) {
+        const ParamSpec& def = params[i];
         if (IParamValue* param = newParam(def, args[def.arg], &failed)) {
             *tail = param;
             tail = &param->next;
         }
     }
 
-    char* text = nullptr;
-    if (!failed) Gen_CIM(cim, &text);
+    char* text = failed ? nullptr : writeEnvelope(handle, cim);
     if (methodCall) Free_IParamValue_New(methodCall->iParamValues);
     Free_Header(cim);
     return text;
@@ -131,31 +145,62 @@ void storeError(Error* error, Error** errorOut) {
         Free_Error(error);
 }
 
-CIM* exchange(ClientHandle* handle, char* requestText, Error** errorOut) {
+bool standardWire(ClientHandle* handle) {
+    try {
+        return handle && wireSettingsOf(handle).standard;
+    } catch (...) {  // called from the extern "C" functions, outside their catch
+        return false;
+    }
+}
+
+char* writeEnvelope(ClientHandle* handle, CIM* cim) {
+    char* text = nullptr;
+    writer::writeDocument(cim, &text, standardWire(handle));
+    return text;
+}
+
+void storeNewError(const char* code, const char* description, Error** errorOut) {
+    Error* error = newRecord<Error>();
+    if (error && (!setText(&error->code, code) || !setText(&error->description, description))) {
+        Free_Error(error);
+        error = nullptr;
+    }
+    storeError(error, errorOut);
+}
+
+CIM* exchange(ClientHandle* handle, char* requestText, Error** errorOut, const char* cimMethod,
+              const char* cimObject) {
+    const WireSettings wire = wireSettingsOf(handle);
+    const transport::Peer peer{handle->host, handle->port, handle->userName, handle->password, handle->timeout};
+    const transport::Security security{wire.tls, wire.tlsInsecure, wire.caFile.c_str()};
+    transport::Failure failure;
     char* replyText = nullptr;
-    int rc = CIMSendRequest(requestText, &replyText, handle->host, handle->port, handle->userName,
-                            handle->password, handle->timeout);
+    int rc = wire.standard ? transport::sendStandard(requestText, &replyText, peer, security,
+                                                     transport::Call{cimMethod, cimObject}, &failure)
+                           : transport::sendDefault(requestText, &replyText, peer, security);
     std::free(requestText);
 
     if (rc == 401) {
         std::free(replyText);
-        Error* error = newRecord<Error>();
-        if (error && (!setText(&error->code, "401") || !setText(&error->description, "Unauthorized User"))) {
-            Free_Error(error);
-            error = nullptr;
-        }
-        storeError(error, errorOut);
+        storeNewError("401", "Unauthorized User", errorOut);
         return nullptr;
     }
     if (rc != 0 || !replyText) {
         // The transport may hand back an empty body even when it fails.
         std::free(replyText);
         EmptyPrintf("\n\n Couldn't send request !!!!!!!\n\n");
+        if (wire.standard) storeNewError(failure.code, failure.description, errorOut);
         return nullptr;
     }
     // The body is ours and of no further use: parsed where it stands.
-    CIM* reply = cimxml::parser::parseDocument(replyText, replyText);
+    CIM* reply = cimxml::parser::parseDocument(replyText, replyText, wire.standard);
     std::free(replyText);
+    if (wire.standard && !simpleResponse(reply)) {
+        storeNewError(CIMXML_ERROR_REPLY, "the reply is not a CIM-XML response (no MESSAGE with a SIMPLERSP)",
+                      errorOut);
+        Free_CIM(reply);
+        return nullptr;
+    }
     return reply;
 }
 
@@ -168,7 +213,7 @@ IReturnValue* call(ClientHandle* handle, const Operation& op, const Arg* args, E
     if (!handle) return nullptr;
     char* text = writeRequest(handle, op, args);
     if (!text) return nullptr;
-    CIM* reply = exchange(handle, text, errorOut);
+    CIM* reply = exchange(handle, text, errorOut, op.method, handle->nameSpace ? handle->nameSpace : "");
 
     IReturnValue* result = nullptr;
     SimpleRsp* rsp = simpleResponse(reply);
@@ -180,6 +225,8 @@ IReturnValue* call(ClientHandle* handle, const Operation& op, const Arg* args, E
             storeError(imr->error, errorOut);
             imr->error = nullptr;
         }
+    } else if (reply && standardWire(handle)) {
+        storeNewError(CIMXML_ERROR_REPLY, "the reply holds no IMETHODRESPONSE", errorOut);
     }
     // Whatever was not handed out goes, so replies with extra content
     // (a MULTIRSP, an error next to a return value) leave nothing behind.

@@ -17,6 +17,7 @@ enum class ParamKind : unsigned char {
     InstanceName,     // an InstanceName record
     ObjectClass,      // the className part of an ObjectName
     ObjectInstance,   // the instanceName part of an ObjectName
+    ObjectTarget,     // an ObjectName's instanceName, else its className
     Instance,         // an Instance record
     NamedInstance,    // a NamedInstance record
     Text,             // a string, sent as a VALUE
@@ -52,6 +53,10 @@ struct Operation {
     const ParamSpec* params;
     std::size_t paramCount;
     ReplyUse use;
+    // In the standard wire mode, only the parameters DSP0200 defines for the
+    // method (NULL: the same as above).
+    const ParamSpec* standardParams = nullptr;
+    std::size_t standardParamCount = 0;
 };
 
 // Runs one intrinsic call. Returns the reply's IRETURNVALUE, detached from
@@ -75,9 +80,18 @@ T* take(IReturnValue* rv, T* IReturnValue::*child) {
 CIM* newRequestEnvelope();
 // A LOCALNAMESPACEPATH holding one NAMESPACE with a copy of the text.
 LocalNamespacePath* newNamespacePath(const char* nameSpace);
+// True when the handle talks in the standard wire mode. Never throws.
+bool standardWire(ClientHandle* handle);
+// Writes a request envelope in the handle's wire mode; NULL when memory ran out.
+char* writeEnvelope(ClientHandle* handle, CIM* cim);
 // Sends the written request (and frees it); returns the parsed reply, or
-// NULL after storing the 401 error or on any transport or parse failure.
-CIM* exchange(ClientHandle* handle, char* requestText, Error** errorOut);
+// NULL after storing the 401 error or on any transport or parse failure (in
+// the standard wire mode every failure is stored as an Error). cimMethod and
+// cimObject are the standard mode's CIMMethod and CIMObject values.
+CIM* exchange(ClientHandle* handle, char* requestText, Error** errorOut, const char* cimMethod,
+              const char* cimObject);
+// Stores a new Error with these texts (nothing when memory runs out).
+void storeNewError(const char* code, const char* description, Error** errorOut);
 // The reply's first SIMPLERSP, or NULL when any link is missing.
 SimpleRsp* simpleResponse(CIM* reply);
 // Stores a detached error through errorOut (freeing it when there is nowhere

@@ -42,6 +42,20 @@ constexpr ParamSpec kReferences[] = {
 constexpr ParamSpec kReferenceNames[] = {
     {"ClassName", K::ObjectClass, 0}, {"ObjectName", K::ObjectInstance, 0}, {"ResultClass", K::ClassName, 1},
     {"Role", K::Text, 2}};
+// DSP0200 names the association target ObjectName alone (an instance
+// name, or a class name for a class-level query).
+constexpr ParamSpec kStdAssociators[] = {
+    {"ObjectName", K::ObjectTarget, 0}, {"AssocClass", K::ClassName, 1}, {"ResultClass", K::ClassName, 2},
+    {"Role", K::Text, 3}, {"ResultRole", K::Text, 4}, {"IncludeQualifiers", K::Flag, 5},
+    {"IncludeClassOrigin", K::Flag, 6}};
+constexpr ParamSpec kStdAssociatorNames[] = {
+    {"ObjectName", K::ObjectTarget, 0}, {"AssocClass", K::ClassName, 1}, {"ResultClass", K::ClassName, 2},
+    {"Role", K::Text, 3}, {"ResultRole", K::Text, 4}};
+constexpr ParamSpec kStdReferences[] = {
+    {"ObjectName", K::ObjectTarget, 0}, {"ResultClass", K::ClassName, 1}, {"Role", K::Text, 2},
+    {"IncludeQualifiers", K::Flag, 3}, {"IncludeClassOrigin", K::Flag, 4}};
+constexpr ParamSpec kStdReferenceNames[] = {
+    {"ObjectName", K::ObjectTarget, 0}, {"ResultClass", K::ClassName, 1}, {"Role", K::Text, 2}};
 constexpr ParamSpec kCreateInstance[] = {{"NewInstance", K::Instance, 0}};
 // The flag before the instance: deliberate, as with "Role" above.
 constexpr ParamSpec kModifyInstance[] = {{"IncludeQualifiers", K::Flag, 1}, {"ModifiedInstance", K::NamedInstance, 0}};
@@ -50,21 +64,25 @@ constexpr ParamSpec kExecQuery[] = {{"QueryLanguage", K::Text, 0}, {"Query", K::
 
 #define OPERATION(name, use) \
     constexpr Operation k##name##Op{#name, k##name, std::size(k##name), ReplyUse::use}
+#define STANDARD_OPERATION(name) \
+    constexpr Operation k##name##Op{#name, k##name, std::size(k##name), ReplyUse::ReturnValue, kStd##name, \
+                                    std::size(kStd##name)}
 OPERATION(GetClass, ReturnValue);
 OPERATION(EnumerateClasses, ReturnValue);
 OPERATION(EnumerateInstances, ReturnValue);
 OPERATION(EnumerateClassNames, ReturnValue);
 OPERATION(GetInstance, ReturnValue);
 OPERATION(EnumerateInstanceNames, ReturnValue);
-OPERATION(Associators, ReturnValue);
-OPERATION(AssociatorNames, ReturnValue);
-OPERATION(References, ReturnValue);
-OPERATION(ReferenceNames, ReturnValue);
+STANDARD_OPERATION(Associators);
+STANDARD_OPERATION(AssociatorNames);
+STANDARD_OPERATION(References);
+STANDARD_OPERATION(ReferenceNames);
 OPERATION(CreateInstance, ReturnValue);
 OPERATION(ModifyInstance, ErrorOnly);
 OPERATION(DeleteInstance, ErrorOnly);
 OPERATION(ExecQuery, ReturnValue);
 #undef OPERATION
+#undef STANDARD_OPERATION
 
 // Runs an operation and keeps one child of its return value. Nothing thrown
 // below may reach the C caller.
@@ -100,6 +118,45 @@ ObjectPath* wrapInstanceNames(InstanceName* names) {
     instancePath->instanceName = names;
     path->instancePath = instancePath;
     return path;
+}
+
+// Standard mode: every path of the reply, OBJECTPATHs as they stand and bare
+// INSTANCENAMEs each in an ObjectPath of its own.
+ObjectPath* takePaths(IReturnValue* rv) {
+    if (!rv) return nullptr;
+    ObjectPath* paths = rv->objectPath;
+    InstanceName* names = rv->instanceName;
+    rv->objectPath = nullptr;
+    rv->instanceName = nullptr;
+    Free_IReturnValue(rv);
+    ObjectPath** tail = &paths;
+    while (*tail) tail = &(*tail)->next;
+    while (names) {
+        InstanceName* next = names->next;
+        names->next = nullptr;
+        auto* path = newRecord<ObjectPath>();
+        auto* instancePath = path ? newRecord<InstancePath>() : nullptr;
+        if (!instancePath) {
+            std::free(path);
+            Free_InstanceName(names);
+            Free_InstanceName(next);
+            break;
+        }
+        instancePath->instanceName = names;
+        path->instancePath = instancePath;
+        *tail = path;
+        tail = &path->next;
+        names = next;
+    }
+    return paths;
+}
+
+ObjectPath* runPaths(ClientHandle* handle, const Operation& op, const Arg* args, Error** errorOut) noexcept {
+    try {
+        return takePaths(call(handle, op, args, errorOut));
+    } catch (...) {
+        return nullptr;
+    }
 }
 
 }  // namespace
@@ -161,6 +218,7 @@ ObjectPath* CIMC_XML_AssociatorNames(ClientHandle* handle, ObjectName* objectNam
                                      ClassName* resultClass, const char* role, const char* resultRole,
                                      Error** errorOut) {
     const Arg args[] = {objectName, assocClass, resultClass, role, resultRole};
+    if (standardWire(handle)) return runPaths(handle, kAssociatorNamesOp, args, errorOut);
     return run(handle, kAssociatorNamesOp, args, &IReturnValue::objectPath, errorOut);
 }
 
@@ -174,6 +232,7 @@ ObjectWithPath* CIMC_XML_References(ClientHandle* handle, ObjectName* objectName
 ObjectPath* CIMC_XML_ReferenceNames(ClientHandle* handle, ObjectName* objectName, ClassName* resultClass,
                                     const char* role, Error** errorOut) {
     const Arg args[] = {objectName, resultClass, role};
+    if (standardWire(handle)) return runPaths(handle, kReferenceNamesOp, args, errorOut);
     // Deliberate: only bare INSTANCENAMEs count; a reply of OBJECTPATHs gives NULL.
     return wrapInstanceNames(run(handle, kReferenceNamesOp, args, &IReturnValue::instanceName, errorOut));
 }

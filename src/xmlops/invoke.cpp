@@ -2,6 +2,8 @@
 // instance path (keys given) or class path (no keys), the reply's
 // METHODRESPONSE handed back as one ParamValue chain.
 #include <cstdlib>
+#include <cstring>
+#include <string>
 
 #include "cimxml/client.h"
 #include "cimxml/lifecycle.h"
@@ -44,7 +46,7 @@ char* writeMethodCall(ClientHandle* handle, InstanceName* target, const char* me
         // Only the first node names the target, whatever follows it.
         InstanceName* rest = target->next;
         target->next = nullptr;
-        Gen_CIM(cim, &text);
+        text = writeEnvelope(handle, cim);
         target->next = rest;
     }
     // The envelope release leaves a class path alone; the class name in it
@@ -56,6 +58,51 @@ char* writeMethodCall(ClientHandle* handle, InstanceName* target, const char* me
     }
     Free_Header(cim);
     return text;
+}
+
+// A key value as an object path writes it: strings and references quoted
+// (with " and \ escaped), numbers and booleans bare.
+void appendKeyValue(std::string& out, const char* text, bool quoted) {
+    if (!quoted) {
+        out += text ? text : "";
+        return;
+    }
+    out += '"';
+    for (const char* c = text ? text : ""; *c; ++c) {
+        if (*c == '"' || *c == '\\') out += '\\';
+        out += *c;
+    }
+    out += '"';
+}
+
+// "Class.Key1=\"a\",Key2=3" for an instance, "Class" alone for a class.
+std::string modelPath(const InstanceName* name) {
+    std::string out = name->className && name->className->name ? name->className->name : "";
+    char separator = '.';
+    for (const KeyBinding* k = name->keyBindings; k; k = k->next, separator = ',') {
+        out += separator;
+        out += k->name ? k->name : "";
+        out += '=';
+        if (k->keyValue) {
+            const char* type = k->keyValue->valueType;
+            appendKeyValue(out, k->keyValue->value, !type || std::strcmp(type, "string") == 0);
+        } else if (k->valueReference && k->valueReference->instanceName) {
+            appendKeyValue(out, modelPath(k->valueReference->instanceName).c_str(), true);
+        }
+    }
+    return out;
+}
+
+// The standard CIMObject value of an extrinsic call: "namespace:path".
+std::string targetObject(ClientHandle* handle, InstanceName* target) {
+    std::string out = handle->nameSpace ? handle->nameSpace : "";
+    out += ':';
+    if (hasKeys(target)) {
+        out += modelPath(target);
+    } else if (target->className && target->className->name) {
+        out += target->className->name;
+    }
+    return out;
 }
 
 // The method's results as one chain: a "ReturnValue" node (when the reply
@@ -86,11 +133,14 @@ ParamValue* takeResults(MethodResponse* response, bool* failed) {
 
 int invoke(ClientHandle* handle, InstanceName* target, const char* methodName, ParamValue* inParams,
            ParamValue** outParams, Error** errorOut) {
+    const std::string object = standardWire(handle) ? targetObject(handle, target) : std::string();
     char* text = writeMethodCall(handle, target, methodName, inParams);
     if (!text) return -1;
-    CIM* reply = exchange(handle, text, errorOut);
+    CIM* reply = exchange(handle, text, errorOut, methodName, object.c_str());
     SimpleRsp* rsp = simpleResponse(reply);
     MethodResponse* response = rsp ? rsp->methodResponse : nullptr;
+    if (!response && reply && standardWire(handle))
+        storeNewError(CIMXML_ERROR_REPLY, "the reply holds no METHODRESPONSE", errorOut);
 
     int rc = -1;
     if (response && response->error) {

@@ -3,7 +3,10 @@
 // (the mock object manager) and once through the local broker (the mock
 // broker library, found by the dynamic loader), and the two record trees are
 // compared field by field. Where the back ends differ on purpose, the
-// difference is stated and asserted, never skipped.
+// difference is stated and asserted, never skipped. The HTTP side runs in
+// both wire modes: the default one against the usual mock, the standard one
+// against a mock that turns away anything DSP0200/DSP0201 do not allow and
+// writes its headers and body apart.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -12,6 +15,7 @@
 #include <memory>
 #include <regex>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "cimmock/server.h"
@@ -29,6 +33,8 @@ using cimxml::model::RecordId;
 const char* const kNs = "root/cimv2";
 
 enum Backend { kHttp = 0, kLocal = 1 };
+enum Wire { kDefaultWire = 0, kStandardWire = 1 };
+using Mode = std::tuple<Wire, Backend>;
 
 // A record tree as "path = value" lines through the record table, so that two
 // trees compare field by field and a difference names its field. Lists of
@@ -187,32 +193,42 @@ struct ObjectNameDeleter {
 using ObjectNamePtr = std::unique_ptr<ObjectName, ObjectNameDeleter>;
 
 // Both back ends, one fixture: the mock object manager in this process on a
-// free loopback port, and the mock broker library with its own copy of the
-// same sample repository.
-class Backends : public ::testing::Test {
+// free loopback port (one per wire mode), and the mock broker library with
+// its own copy of the same sample repository.
+class Backends : public ::testing::TestWithParam<Mode> {
 protected:
     static void SetUpTestSuite() {
-        cimmock::ServerOptions options;
-        options.repoDir = cimmock::sampleRepositoryDir();
-        // Instance names straight under IRETURNVALUE: the only ReferenceNames
-        // reply form the HTTP back end reads.
-        options.referenceNamesAsInstanceNames = true;
-        server_ = new cimmock::Server(options);
-        std::string err;
-        ASSERT_TRUE(server_->start(&err)) << err;
+        for (Wire w : {kDefaultWire, kStandardWire}) {
+            cimmock::ServerOptions options;
+            options.repoDir = cimmock::sampleRepositoryDir();
+            // Default mode: instance names straight under IRETURNVALUE, the
+            // only ReferenceNames reply form it reads.
+            options.referenceNamesAsInstanceNames = w == kDefaultWire;
+            options.strict = w == kStandardWire;
+            options.faults.splitWritesMs = w == kStandardWire ? 20 : 0;
+            server_[w] = new cimmock::Server(options);
+            std::string err;
+            ASSERT_TRUE(server_[w]->start(&err)) << err;
+        }
     }
     static void TearDownTestSuite() {
-        delete server_;
-        server_ = nullptr;
+        for (auto*& s : server_) {
+            delete s;
+            s = nullptr;
+        }
     }
+    Wire wire() const { return std::get<0>(GetParam()); }
     void SetUp() override {
         for (int b : {kHttp, kLocal}) {
-            handle_[b] = client_Configuration("127.0.0.1", server_->port(), kNs, 5000, "user", "secret");
+            handle_[b] = client_Configuration("127.0.0.1", server_[wire()]->port(), kNs, 5000, "user", "secret");
             ASSERT_NE(handle_[b], nullptr);
             // The entry points read the back end from the handle: set it here
             // rather than through the machine's marker file.
             handle_[b]->interfaceType = b;
         }
+        ASSERT_EQ(CIMC_SetWireMode(handle_[kHttp], wire() == kStandardWire ? CIMXML_WIRE_STANDARD : CIMXML_WIRE_DEFAULT,
+                                   "http"),
+                  0);
     }
     void TearDown() override {
         for (int b : {kHttp, kLocal}) {
@@ -221,13 +237,17 @@ protected:
         }
     }
 
-    static cimmock::Server* server_;
+    static cimmock::Server* server_[2];
     ClientHandle* handle_[2] = {};
     Error* error_[2] = {};
 };
-cimmock::Server* Backends::server_ = nullptr;
+cimmock::Server* Backends::server_[2] = {};
 
-TEST_F(Backends, EnumerateInstancesGiveTheSameNamedInstances) {
+std::string modeName(const ::testing::TestParamInfo<Mode>& info) {
+    return std::string(std::get<0>(info.param) ? "Standard" : "Default") + (std::get<1>(info.param) ? "Local" : "Http");
+}
+
+TEST_P(Backends, EnumerateInstancesGiveTheSameNamedInstances) {
     const struct {
         const char* cls;
         int content;
@@ -246,7 +266,7 @@ TEST_F(Backends, EnumerateInstancesGiveTheSameNamedInstances) {
     }
 }
 
-TEST_F(Backends, EnumerateInstanceNamesGiveTheSameNames) {
+TEST_P(Backends, EnumerateInstanceNamesGiveTheSameNames) {
     ClassName* cn = className("CIM_LogicalDevice");
     InstanceName* got[2];
     for (int b : {kHttp, kLocal}) got[b] = EnumerateInstanceNames(handle_[b], cn, &error_[b]);
@@ -256,7 +276,7 @@ TEST_F(Backends, EnumerateInstanceNamesGiveTheSameNames) {
     Free_ClassName(cn);
 }
 
-TEST_F(Backends, GetInstanceGivesTheSameInstance) {
+TEST_P(Backends, GetInstanceGivesTheSameInstance) {
     const struct {
         InstanceName* name;
         int content;
@@ -276,7 +296,7 @@ TEST_F(Backends, GetInstanceGivesTheSameInstance) {
     }
 }
 
-TEST_F(Backends, AssociationsGiveTheSameObjectsAndPaths) {
+TEST_P(Backends, AssociationsGiveTheSameObjectsAndPaths) {
     ObjectNamePtr system = ObjectNamePtr(objectName(computerSystem()));
     ClassName* assoc = className("CIM_SystemDevice");
     ObjectWithPath* objects[2];
@@ -301,13 +321,20 @@ TEST_F(Backends, AssociationsGiveTheSameObjectsAndPaths) {
     Free_ClassName(assoc);
 }
 
-TEST_F(Backends, ReferenceNamesGiveTheSameNamesInAnotherWrapping) {
+TEST_P(Backends, ReferenceNamesGiveTheSameNamesInAnotherWrapping) {
     ObjectNamePtr system = ObjectNamePtr(objectName(computerSystem()));
     ObjectPath* got[2];
     for (int b : {kHttp, kLocal}) got[b] = ReferenceNames(handle_[b], system.get(), nullptr, nullptr, &error_[b]);
     ASSERT_NE(got[kHttp], nullptr);
     ASSERT_NE(got[kLocal], nullptr);
-    // HTTP wraps the reply's bare instance names in one ObjectPath without a
+    if (wire() == kStandardWire) {
+        // Standard mode reads the OBJECTPATH reply DSP0201 prescribes: one
+        // ObjectPath per name with its namespace path, as the local back end.
+        expectSameTrees(got[kHttp], got[kLocal]);
+        for (int b : {kHttp, kLocal}) Free_ObjectPath(got[b]);
+        return;
+    }
+    // Default mode wraps the reply's bare instance names in one ObjectPath without a
     // namespace path; the local back end gives one ObjectPath per name, each
     // with its namespace path. The names themselves agree.
     EXPECT_EQ(got[kHttp]->next, nullptr);
@@ -333,7 +360,7 @@ ParamValue* arrayParam(const char* name, const char* type, std::initializer_list
     return p;
 }
 
-TEST_F(Backends, MethodsGiveTheSameResultsAndErrors) {
+TEST_P(Backends, MethodsGiveTheSameResultsAndErrors) {
     InstanceName* cls = instanceName("Mock_AllTypes", {});
     ParamValue* ref = arrayParam("U16Array", "uint16", {"1", "65535"}, nullptr);
     ref->next = make<ParamValue>();
@@ -372,7 +399,7 @@ TEST_F(Backends, MethodsGiveTheSameResultsAndErrors) {
     Free_InstanceName(cls);
 }
 
-TEST_F(Backends, ErrorsCarryTheSameCodeAndDescription) {
+TEST_P(Backends, ErrorsCarryTheSameCodeAndDescription) {
     InstanceName* missing = instanceName("Mock_AllTypes", {{"InstanceID", "no such instance"}});
     ClassName* unknown = className("No_Such_Class");
     for (int b : {kHttp, kLocal}) {
@@ -393,10 +420,11 @@ TEST_F(Backends, ErrorsCarryTheSameCodeAndDescription) {
 
 // The same life of one instance on each back end, checked against what was
 // written (each back end has its own copy of the repository).
-class OneBackend : public Backends, public ::testing::WithParamInterface<int> {
+class OneBackend : public Backends {
 protected:
-    ClientHandle* h() { return handle_[GetParam()]; }
-    Error** err() { return &error_[GetParam()]; }
+    Backend backend() const { return std::get<1>(GetParam()); }
+    ClientHandle* h() { return handle_[backend()]; }
+    Error** err() { return &error_[backend()]; }
     std::string pString(InstanceName* name) {
         Instance* inst = GetInstance(h(), name, 0, 0, 0, nullptr, err());
         std::string out = inst ? text(inst, "PString") : "<no instance>";
@@ -414,7 +442,7 @@ Instance* allTypes(const char* id, const char* pString) {
 }
 
 TEST_P(OneBackend, CreateGetModifyDelete) {
-    const std::string id = "scenario:" + std::to_string(GetParam());
+    const std::string id = "scenario:" + modeName({GetParam(), 0});
     Instance* created = allTypes(id.c_str(), "created");
     InstanceName* name = CIM_CreateInstance(h(), created, err());
     Free_Instance(created);
@@ -437,7 +465,12 @@ TEST_P(OneBackend, CreateGetModifyDelete) {
     Free_NamedInstance(modified);
 }
 
-INSTANTIATE_TEST_SUITE_P(EachBackEnd, OneBackend, ::testing::Values(kHttp, kLocal),
-                         [](const ::testing::TestParamInfo<int>& info) { return info.param ? "Local" : "Http"; });
+INSTANTIATE_TEST_SUITE_P(EachWire, Backends, ::testing::Combine(::testing::Values(kDefaultWire, kStandardWire),
+                                                                ::testing::Values(kHttp)),
+                         modeName);
+INSTANTIATE_TEST_SUITE_P(EachBackEnd, OneBackend,
+                         ::testing::Values(Mode{kDefaultWire, kHttp}, Mode{kDefaultWire, kLocal},
+                                           Mode{kStandardWire, kHttp}),
+                         modeName);
 
 }  // namespace

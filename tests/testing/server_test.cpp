@@ -14,80 +14,11 @@
 
 #include "cimmock/mof.h"
 #include "cimmock/server.h"
+#include "raw_http.h"
 
 using namespace cimmock;
 
 namespace {
-
-int connectTo(int port) {
-  int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in a{};
-  a.sin_family = AF_INET;
-  a.sin_port = htons(static_cast<uint16_t>(port));
-  a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  if (::connect(fd, reinterpret_cast<sockaddr*>(&a), sizeof a) != 0) {
-    ::close(fd);
-    return -1;
-  }
-  return fd;
-}
-
-struct Reply {
-  std::string raw, body;
-  int status = 0, reads = 0;
-  std::map<std::string, std::string> headers;  // lower-case names
-  bool closed = false;
-};
-
-void parseReply(Reply* r) {
-  size_t end = r->raw.find("\r\n\r\n");
-  if (end == std::string::npos) return;
-  r->body = r->raw.substr(end + 4);
-  if (r->raw.compare(0, 9, "HTTP/1.1 ") == 0) r->status = std::atoi(r->raw.c_str() + 9);
-  for (size_t pos = r->raw.find("\r\n"); pos < end; pos = r->raw.find("\r\n", pos + 2)) {
-    std::string line = r->raw.substr(pos + 2, r->raw.find("\r\n", pos + 2) - pos - 2);
-    size_t colon = line.find(':');
-    if (colon == std::string::npos) continue;
-    std::string n = line.substr(0, colon);
-    for (auto& c : n) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    size_t v = line.find_first_not_of(' ', colon + 1);
-    r->headers[n] = v == std::string::npos ? "" : line.substr(v);
-  }
-}
-
-// Reads one reply: until the announced Content-Length is in, the peer
-// closes, or the time-out passes.
-Reply readReply(int fd) {
-  Reply r;
-  auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(3);
-  char buf[65536];
-  while (true) {
-    auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
-    pollfd p{fd, POLLIN, 0};
-    if (left.count() <= 0 || ::poll(&p, 1, static_cast<int>(left.count())) <= 0) break;
-    ssize_t n = ::recv(fd, buf, sizeof buf, 0);
-    if (n <= 0) {
-      r.closed = true;
-      break;
-    }
-    ++r.reads;
-    r.raw.append(buf, static_cast<size_t>(n));
-    parseReply(&r);
-    if (r.headers.count("content-length") && r.body.size() >= std::stoul(r.headers["content-length"])) break;
-  }
-  parseReply(&r);
-  return r;
-}
-
-Reply httpExchange(int port, const std::string& bytes) {
-  int fd = connectTo(port);
-  EXPECT_GE(fd, 0);
-  if (fd < 0) return Reply();
-  ::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL);
-  Reply r = readReply(fd);
-  ::close(fd);
-  return r;
-}
 
 // Exactly the framing CimXmlClient writes; "dTpw" is u:p.
 std::string clientFraming(const std::string& xml, const std::string& basic = "dTpw") {
@@ -353,11 +284,15 @@ TEST_F(ServerTest, BasicAuthentication) {
 }
 
 TEST_F(ServerTest, BadRequestsGetAnHttpErrorAndTheServerSurvives) {
+  std::string deep = kSystem;  // a reference key in a reference key ..., deeper than the decoder goes
+  for (int i = 0; i < 100; ++i) deep = "<INSTANCENAME CLASSNAME=\"C\"><KEYBINDING NAME=\"K\"><VALUE.REFERENCE>" + deep +
+                                       "</VALUE.REFERENCE></KEYBINDING></INSTANCENAME>";
   struct {
     std::string request;
     int status;
     const char* cimError;
   } cases[] = {
+      {clientFraming(imethod("GetInstance", param("InstanceName", deep))), 400, "request-not-valid"},
       {clientFraming("<?xml version=\"1.0\"?><CIM><MESSAGE"), 400, nullptr},
       {clientFraming("this is not xml"), 400, "request-not-well-formed"},
       {clientFraming("<?xml version=\"1.0\"?><HTML/>"), 400, "request-not-valid"},
@@ -417,6 +352,19 @@ TEST_F(ServerTest, FaultInjection) {
   EXPECT_EQ(r.status, 200);
   EXPECT_GE(r.reads, 4);
   EXPECT_EQ(r.headers["content-length"], std::to_string(r.body.size()));
+
+  // Legal shapes: headers, then body (or each chunk), in their own writes.
+  f = FaultOptions();
+  f.splitWritesMs = 40;
+  for (int chunks : {0, 3}) {
+    f.chunks = chunks;
+    r = faulty(f);
+    EXPECT_GE(r.reads, 2);
+    EXPECT_GE(r.spanMs, 35);
+    EXPECT_EQ(r.chunks, chunks ? chunks : -1);
+    EXPECT_EQ(r.headers.count("content-length"), chunks ? 0u : 1u);
+    EXPECT_TRUE(d.load_string(r.body.c_str())) << r.raw;
+  }
 
   f = FaultOptions();
   f.contentLengthDelta = -10;

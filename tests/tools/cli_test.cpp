@@ -87,7 +87,8 @@ std::unique_ptr<cimmock::Server> Cli::server_, Cli::authServer_;
 
 bool contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
 
-// Every command once, in text form: exit 0, a line it must print (or nothing).
+// Every command once, in text form and in each wire mode: exit 0, a line
+// it must print (or nothing).
 TEST_F(Cli, EachCommandAnswers) {
     struct Case {
         std::vector<std::string> args;
@@ -112,13 +113,14 @@ TEST_F(Cli, EachCommandAnswers) {
         // An empty answer is no failure.
         {{"assoc", "associators", kSystem, "--assoc-class", "CIM_DeviceSAPImplementation", "--role", "Nope"}, ""},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.args[0] + " " + c.args[1]);
-        Result r = cli(c.args);
-        EXPECT_EQ(r.code, 0) << r.err;
-        EXPECT_TRUE(c.expected.empty() ? r.out.empty() : contains(r.out, c.expected)) << r.out;
-        EXPECT_EQ(r.err, "");
-    }
+    for (const char* wire : {"default", "standard"})
+        for (const auto& c : cases) {
+            SCOPED_TRACE(std::string(wire) + ": " + c.args[0] + " " + c.args[1]);
+            Result r = cli(c.args, {{"CIMXML_WIRE", wire}});
+            EXPECT_EQ(r.code, 0) << r.err;
+            EXPECT_TRUE(c.expected.empty() ? r.out.empty() : contains(r.out, c.expected)) << r.out;
+            EXPECT_EQ(r.err, "");
+        }
 }
 
 // Values are typed from the class (property names in any case); text output

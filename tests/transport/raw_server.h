@@ -103,13 +103,15 @@ private:
         if (n > 0) got.append(buf, static_cast<std::size_t>(n));
         return n > 0;
     }
-    // The client ends its header block with CR LF LF, then sends the body.
+    // The client ends its header block with CR LF LF (the default framing)
+    // or CR LF CR LF (the standard one), then sends the body.
     static bool requestComplete(const std::string& got) {
-        std::size_t end = got.find("\r\n\n");
+        std::size_t end = got.find("\r\n\n"), gap = 3;
+        if (end == std::string::npos) end = got.find("\r\n\r\n"), gap = 4;
         if (end == std::string::npos) return false;
         std::size_t field = got.find("Content-Length:");
         return field == std::string::npos || field > end ||
-               got.size() >= end + 3 + std::strtoul(got.c_str() + field + 15, nullptr, 10);
+               got.size() >= end + gap + std::strtoul(got.c_str() + field + 15, nullptr, 10);
     }
     void serve(int fd, const Reply& r) {
         std::string got;

@@ -481,7 +481,7 @@ int methodInvoke(Session& s, Options& o) {
 }
 
 int query(Session& s, Options& o) {
-    std::string text = xmlEscape(o.query);
+    std::string text = requestText(o.query);
     Error* error = nullptr;
     Owned<ObjectWithPath, Free_ObjectWithPath> list(
         ExecQuery(s.handle(), o.language.c_str(), text.c_str(), &error));

@@ -48,7 +48,7 @@ LocalNamespacePath* newLocalNamespacePath(const std::string& nameSpace) {
         for (const auto& t : value.texts) {
             auto* v = newRecord<::Value>();
             append(&head, v);
-            v->value = dupText(xmlEscape(t));
+            v->value = dupText(requestText(t));
         }
     } catch (...) {
         Free_Value(head);
@@ -105,7 +105,7 @@ InstanceName* newInstanceName(const Path& path) {
         } else {
             kb->keyValue = newRecord<KeyValue>();
             kb->keyValue->valueType = dupText(valueTypeOf(k.kind));
-            kb->keyValue->value = dupText(xmlEscape(k.text));
+            kb->keyValue->value = dupText(requestText(k.text));
         }
     }
     return name.release();

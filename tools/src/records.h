@@ -27,7 +27,7 @@ using ErrorPtr = Owned<Error, Free_Error>;
 // A heap copy the Free_ functions can release; throws std::bad_alloc.
 char* dupText(const std::string& text);
 ClassName* newClassName(const std::string& name);
-// The path's class and keys; values are XML-escaped for the wire.
+// The path's class and keys; values as requestText makes them.
 InstanceName* newInstanceName(const Path& path);
 ValueReference* newValueReference(const Path& path);
 

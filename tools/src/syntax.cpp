@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <strings.h>
 #include <limits>
 
 namespace cimcli {
@@ -399,6 +400,12 @@ Url parseUrl(std::string_view text) {
     }
     while (!u.nameSpace.empty() && u.nameSpace.back() == '/') u.nameSpace.pop_back();
     return u;
+}
+
+std::string requestText(std::string_view text) {
+    const char* wire = std::getenv("CIMXML_WIRE");
+    if (wire && strcasecmp(wire, "standard") == 0) return std::string(text);
+    return xmlEscape(text);
 }
 
 std::string xmlEscape(std::string_view text) {

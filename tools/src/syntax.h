@@ -79,8 +79,11 @@ struct Url {
 };
 Url parseUrl(std::string_view text);
 
-// XML character escapes, for text handed to the library, which writes
-// request text as it stands.
+// XML character escapes.
 std::string xmlEscape(std::string_view text);
+// Text for a request record: escaped here in the default wire mode, whose
+// writer copies text as it stands; as it is when CIMXML_WIRE=standard makes
+// the library escape it.
+std::string requestText(std::string_view text);
 
 }  // namespace cimcli

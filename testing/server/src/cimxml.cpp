@@ -144,16 +144,20 @@ ObjectPath parseValueReference(const pugi::xml_node& vr) {
   throw CimError(CIM_ERR_INVALID_PARAMETER, "VALUE.REFERENCE without a path");
 }
 
-Instance parseInstance(const pugi::xml_node& inst);
+// Whether a VALUE holds an embedded instance: as EmbeddedObject says
+// (Marked, Unmarked), or, for clients that do not say, when its text is an
+// INSTANCE element (Guess).
+enum class Embedding { Guess, Marked, Unmarked };
+Embedding embeddingOf(const pugi::xml_node& holder, bool strict) {
+  if (hasAttr(holder, "EmbeddedObject")) return Embedding::Marked;
+  return strict ? Embedding::Unmarked : Embedding::Guess;
+}
 
 // A VALUE's content: plain text, or an embedded instance (CDATA or escaped).
-void addValueItem(const pugi::xml_node& v, Value* out, bool embeddedHint) {
+void addValueItem(const pugi::xml_node& v, Value* out, Embedding embedding) {
   std::string t = text(v);
-  bool hasCdata = false;
-  for (auto c : v.children())
-    if (c.type() == pugi::node_cdata) hasCdata = true;
   std::string tt = trimmed(t);
-  if (hasCdata || embeddedHint || tt.compare(0, 9, "<INSTANCE") == 0) {
+  if (embedding != Embedding::Unmarked) {
     Instance inst;
     if (tt.compare(0, 9, "<INSTANCE") == 0 && parseEmbeddedInstance(tt, &inst)) {
       out->embedded.push_back(std::make_shared<Instance>(inst));
@@ -163,7 +167,7 @@ void addValueItem(const pugi::xml_node& v, Value* out, bool embeddedHint) {
   out->texts.push_back(t);
 }
 
-Value parseValueLike(const pugi::xml_node& holder, Type t, bool embedded) {
+Value parseValueLike(const pugi::xml_node& holder, Type t, Embedding embedded) {
   Value v = Value::null(t, false);
   for (auto c : holder.children()) {
     if (nameIs(c, "VALUE")) {
@@ -172,8 +176,11 @@ Value parseValueLike(const pugi::xml_node& holder, Type t, bool embedded) {
     } else if (nameIs(c, "VALUE.ARRAY")) {
       v.isArray = true;
       v.isNull = false;
-      for (auto e : c.children())
+      for (auto e : c.children()) {
         if (nameIs(e, "VALUE")) addValueItem(e, &v, embedded);
+        // The repository has no null array elements (the mock broker refuses them too).
+        if (nameIs(e, "VALUE.NULL")) throw CimError(CIM_ERR_INVALID_PARAMETER, "a NULL array element cannot be stored");
+      }
     } else if (nameIs(c, "VALUE.REFERENCE")) {
       v.type = Type::Reference;
       v.isNull = false;
@@ -182,15 +189,19 @@ Value parseValueLike(const pugi::xml_node& holder, Type t, bool embedded) {
       v.type = Type::Reference;
       v.isArray = true;
       v.isNull = false;
-      for (auto e : c.children())
+      for (auto e : c.children()) {
         if (nameIs(e, "VALUE.REFERENCE")) v.refs.push_back(parseValueReference(e));
+        if (nameIs(e, "VALUE.NULL")) throw CimError(CIM_ERR_INVALID_PARAMETER, "a NULL array element cannot be stored");
+      }
     }
   }
   if (!v.embedded.empty()) v.texts.clear();
   return v;
 }
 
-Instance parseInstance(const pugi::xml_node& in) {
+// strictClass, when given, is the class of a strict request's instance:
+// what it declares embedded must come marked.
+Instance parseInstance(const pugi::xml_node& in, bool strict = false, const Class* strictClass = nullptr) {
   Instance inst;
   inst.className = attr(in, "CLASSNAME");
   if (inst.className.empty()) throw CimError(CIM_ERR_INVALID_PARAMETER, "INSTANCE without CLASSNAME");
@@ -201,8 +212,12 @@ Instance parseInstance(const pugi::xml_node& in) {
     p.name = attr(c, "NAME");
     if (ref) p.type = Type::Reference;
     else if (!parseTypeName(trimmed(attr(c, "TYPE")), &p.type)) p.type = Type::String;
-    bool embedded = hasAttr(c, "EmbeddedObject") || hasAttr(c, "EMBEDDEDOBJECT");
-    p.value = parseValueLike(c, p.type, embedded);
+    Embedding embedding = embeddingOf(c, strict);
+    const Property* decl = strictClass ? strictClass->findProperty(p.name) : nullptr;
+    if (decl && !decl->embeddedClass().empty() && embedding != Embedding::Marked && child(c, "VALUE"))
+      throw CimError(CIM_ERR_TYPE_MISMATCH, inst.className + "." + p.name +
+                                                " holds an embedded instance: its value needs EmbeddedObject=\"instance\"");
+    p.value = parseValueLike(c, p.type, embedding);
     p.isArray = array;
     p.value.isArray = array;
     if (!ref) p.value.type = p.type;
@@ -506,6 +521,10 @@ ReadOptions instanceReadOptions(const Params& p, bool defaultQualifiers) {
   return ro;
 }
 
+Instance requestInstance(const Repository& repo, const Writer& w, const std::string& ns, const pugi::xml_node& in) {
+  return w.cfg.strict ? parseInstance(in, true, repo.findClass(ns, attr(in, "CLASSNAME"))) : parseInstance(in);
+}
+
 void intrinsic(Repository& repo, Writer& w, const std::string& op, const std::string& ns, const Params& p,
                pugi::xml_node resp) {
   checkNamespace(repo, ns);
@@ -593,7 +612,7 @@ void intrinsic(Repository& repo, Writer& w, const std::string& op, const std::st
   } else if (iequals(op, "CreateInstance")) {
     auto n = p.get("NewInstance");
     if (!n || !child(n, "INSTANCE")) throw CimError(CIM_ERR_INVALID_PARAMETER, "missing parameter NewInstance");
-    ObjectPath path = repo.createInstance(ns, parseInstance(child(n, "INSTANCE")));
+    ObjectPath path = repo.createInstance(ns, requestInstance(repo, w, ns, child(n, "INSTANCE")));
     path.nameSpace.clear();
     w.instanceName(rv(), path);
   } else if (iequals(op, "ModifyInstance")) {
@@ -605,7 +624,8 @@ void intrinsic(Repository& repo, Writer& w, const std::string& op, const std::st
     ReadOptions ro;
     p.propertyList(&ro);
     ObjectPath path = parseInstanceName(child(ni, "INSTANCENAME"));
-    repo.modifyInstance(ns, path, parseInstance(child(ni, "INSTANCE")), ro.hasPropertyList ? &ro.propertyList : nullptr);
+    repo.modifyInstance(ns, path, requestInstance(repo, w, ns, child(ni, "INSTANCE")),
+                        ro.hasPropertyList ? &ro.propertyList : nullptr);
   } else if (iequals(op, "DeleteInstance")) {
     repo.deleteInstance(ns, p.instanceName("InstanceName"));
   } else if (iequals(op, "ExecQuery")) {
@@ -657,7 +677,7 @@ void extrinsic(Repository& repo, Writer& w, const pugi::xml_node& call, pugi::xm
     Type t = Type::String;
     if (decl) t = decl->type;
     else parseTypeName(attr(pv, "PARAMTYPE"), &t);
-    x.value = parseValueLike(pv, t, false);
+    x.value = parseValueLike(pv, t, embeddingOf(pv, w.cfg.strict));
     in.push_back(x);
   }
   MethodResult r = repo.invokeMethod(ns, target, method, in);
@@ -677,10 +697,20 @@ void extrinsic(Repository& repo, Writer& w, const pugi::xml_node& call, pugi::xm
 
 }  // namespace
 
+bool tooDeep(const pugi::xml_node& n) {
+  struct Walker : pugi::xml_tree_walker {
+    bool deep = false;
+    bool for_each(pugi::xml_node&) override { return !(deep = depth() > kMaxXmlDepth); }
+  } w;
+  pugi::xml_node copy = n;
+  copy.traverse(w);
+  return w.deep;
+}
+
 bool parseEmbeddedInstance(const std::string& textIn, Instance* out) {
   pugi::xml_document d;
   std::string norm = normaliseXml(textIn);
-  if (!d.load_string(norm.c_str(), pugi::parse_default)) return false;
+  if (!d.load_string(norm.c_str(), pugi::parse_default) || tooDeep(d)) return false;
   pugi::xml_node in;
   for (auto c : d.children())
     if (nameIs(c, "INSTANCE")) in = c;
@@ -704,6 +734,8 @@ std::string processCimXml(Repository& repo, const std::string& body, const XmlCo
     pugi::xml_document req;
     pugi::xml_parse_result pr = req.load_buffer(norm.data(), norm.size(), pugi::parse_default | pugi::parse_declaration);
     if (!pr) throw BadRequest{"request-not-well-formed", std::string("XML error: ") + pr.description()};
+    if (tooDeep(req))
+      throw BadRequest{"request-not-valid", "elements nested deeper than " + std::to_string(kMaxXmlDepth) + " levels"};
     pugi::xml_node cim = child(req, "CIM");
     pugi::xml_node msg = child(cim, "MESSAGE");
     if (!cim || !msg) throw BadRequest{"request-not-valid", "no CIM/MESSAGE element"};

@@ -28,7 +28,21 @@ bool ieq(const std::string& a, const std::string& b) {
     if (std::tolower(static_cast<unsigned char>(a[i])) != std::tolower(static_cast<unsigned char>(b[i]))) return false;
   return true;
 }
-// Length of a valid entity reference starting at s[i] ('&'), or 0.
+void appendEscaped(std::string& out, const std::string& s, bool attr) {
+  for (size_t i = 0; i < s.size(); ++i) {
+    char c = s[i];
+    if (c == '&') {
+      size_t n = entityLength(s, i);
+      if (n) { out.append(s, i, n); i += n - 1; }
+      else out += "&amp;";
+    } else if (c == '<') out += "&lt;";
+    else if (c == '>' && !attr) out += "&gt;";
+    else if (c == '"' && attr) out += "&quot;";
+    else out += c;
+  }
+}
+}  // namespace
+
 size_t entityLength(const std::string& s, size_t i) {
   size_t j = i + 1;
   if (j < s.size() && s[j] == '#') {
@@ -49,21 +63,6 @@ size_t entityLength(const std::string& s, size_t i) {
   }
   return 0;
 }
-void appendEscaped(std::string& out, const std::string& s, bool attr) {
-  for (size_t i = 0; i < s.size(); ++i) {
-    char c = s[i];
-    if (c == '&') {
-      size_t n = entityLength(s, i);
-      if (n) { out.append(s, i, n); i += n - 1; }
-      else out += "&amp;";
-    } else if (c == '<') out += "&lt;";
-    else if (c == '>' && !attr) out += "&gt;";
-    else if (c == '"' && attr) out += "&quot;";
-    else out += c;
-  }
-}
-}  // namespace
-
 std::string normaliseXml(const std::string& s) {
   std::string out;
   out.reserve(s.size() + s.size() / 8 + 16);

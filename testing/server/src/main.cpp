@@ -29,6 +29,9 @@ const char* kUsage =
     "  --layout L             reply layout: compact | lines | indented\n"
     "  --reference-names-as-instance-names\n"
     "                         answer ReferenceNames with INSTANCENAME elements\n"
+    "  --strict               turn away what DSP0200/DSP0201 do not allow\n"
+    "                         (400/411/501 with a CIMError header)\n"
+    "  --tls CERT KEY         serve HTTPS with these PEM files\n"
     "  --verbose              log one line per request to stderr\n"
     "Fault injection (applies to every reply):\n"
     "  --split N              write each reply in N TCP segments\n"
@@ -43,6 +46,10 @@ const char* kUsage =
     "  --force-401            answer everything with 401 Unauthorized\n"
     "  --canned-reply FILE    send the bytes of FILE verbatim as every reply\n"
     "  --faulty-replies N     only the first N replies misbehave\n"
+    "Legal reply shapes:\n"
+    "  --split-writes         headers and body (and each chunk) in separate\n"
+    "                         writes, 30 ms apart\n"
+    "  --chunked              the body in chunked transfer coding, 4 chunks\n"
     "  --help                 this text\n"
     "Stops cleanly on SIGINT or SIGTERM.\n";
 
@@ -89,6 +96,12 @@ int main(int argc, char** argv) {
       else { std::cerr << "mock-cimom: unknown layout '" << l << "'\n"; return 2; }
     } else if (a == "--reference-names-as-instance-names") opt.referenceNamesAsInstanceNames = true;
     else if (a == "--verbose") opt.verbose = true;
+    else if (a == "--strict") opt.strict = true;
+    else if (a == "--tls") {
+      opt.tlsCertFile = val();
+      opt.tlsKeyFile = val();
+    } else if (a == "--split-writes") opt.faults.splitWritesMs = 30;
+    else if (a == "--chunked") opt.faults.chunks = 4;
     else if (a == "--split") opt.faults.splitSegments = static_cast<int>(number("--split", val()));
     else if (a == "--split-delay") opt.faults.splitDelayMs = static_cast<int>(number("--split-delay", val()));
     else if (a == "--content-length-delta") opt.faults.contentLengthDelta = number("--content-length-delta", val());

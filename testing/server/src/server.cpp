@@ -8,9 +8,15 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <openssl/err.h>
+#include <openssl/ssl.h>
+
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <climits>
+#include <csignal>
+#include <cstdio>
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
@@ -67,22 +73,7 @@ std::string base64Decode(const std::string& in) {
   return out;
 }
 
-struct HttpRequest {
-  std::string raw;  // header block and body as received
-  std::string method, target, version;
-  std::vector<std::pair<std::string, std::string>> headers;  // lower-case names
-  std::string body;
-  std::string header(const char* name) const {
-    for (const auto& h : headers)
-      if (h.first == name) return h.second;
-    return "";
-  }
-  bool hasHeader(const char* name) const {
-    for (const auto& h : headers)
-      if (h.first == name) return true;
-    return false;
-  }
-};
+using detail::HttpRequest;
 
 enum class Extract { NeedMore, Got, Bad };
 
@@ -127,6 +118,7 @@ Extract extractRequest(std::string& buf, HttpRequest* req, std::string* why) {
     r.method = word();
     r.target = word();
     r.version = word();
+    r.requestLine = rl;
     if (r.method.empty() || r.target.empty() || r.version.compare(0, 5, "HTTP/") != 0) {
       *why = "malformed request line";
       return Extract::Bad;
@@ -172,6 +164,44 @@ std::string httpReply(int status, const char* reason, const std::vector<std::str
   return out + body;
 }
 
+// The body in `chunks` chunks of chunked transfer coding (the last may be
+// shorter), then the last-chunk.  One piece per chunk.
+std::vector<std::string> chunked(const std::string& body, int chunks) {
+  std::vector<std::string> out;
+  size_t size = std::max<size_t>(1, (body.size() + chunks - 1) / chunks);
+  char hex[24];
+  for (size_t off = 0; off < body.size(); off += size) {
+    size_t n = std::min(size, body.size() - off);
+    std::snprintf(hex, sizeof hex, "%zx\r\n", n);
+    out.push_back(hex + body.substr(off, n) + "\r\n");
+  }
+  out.push_back("0\r\n\r\n");
+  return out;
+}
+
+// A TLS server context for the certificate and key files; "" or why not.
+std::string startTls(const std::string& cert, const std::string& key, SSL_CTX** out) {
+  ERR_clear_error();
+  SSL_CTX* ctx = SSL_CTX_new(TLS_server_method());
+  const char* step = "SSL_CTX_new";
+  if (ctx) {
+    SSL_CTX_set_min_proto_version(ctx, TLS1_2_VERSION);
+    SSL_CTX_set_mode(ctx, SSL_MODE_ENABLE_PARTIAL_WRITE | SSL_MODE_ACCEPT_MOVING_WRITE_BUFFER);
+    if (SSL_CTX_use_certificate_chain_file(ctx, cert.c_str()) != 1) step = "certificate";
+    else if (SSL_CTX_use_PrivateKey_file(ctx, key.c_str(), SSL_FILETYPE_PEM) != 1) step = "private key";
+    else if (SSL_CTX_check_private_key(ctx) != 1) step = "key does not match certificate";
+    else step = nullptr;
+  }
+  if (!step) {
+    *out = ctx;
+    return "";
+  }
+  char e[256];
+  ERR_error_string_n(ERR_peek_last_error(), e, sizeof e);
+  SSL_CTX_free(ctx);
+  return std::string("TLS: ") + step + " (" + cert + ", " + key + "): " + e;
+}
+
 }  // namespace
 
 struct Server::Impl {
@@ -191,13 +221,46 @@ struct Server::Impl {
   std::atomic<bool> running{false};
   std::atomic<bool> stopping{false};
   bool started = false;
+  SSL_CTX* tls = nullptr;  // HTTPS when set
 
   struct Conn {
     int fd;
     std::string buf;
     Clock::time_point last;
+    SSL* ssl = nullptr;
+    bool handshaken = false;
+    bool wantWrite = false;  // TLS needs the socket writable to go on
   };
   std::vector<Conn> conns;
+
+  ~Impl() {
+    if (tls) SSL_CTX_free(tls);
+  }
+
+  // TLS result r of an SSL_* call on c as a socket result: -1 with errno
+  // EAGAIN when it must be tried again once the socket is ready.
+  static ssize_t tlsResult(Conn& c, int r) {
+    if (r > 0) return r;
+    int e = SSL_get_error(c.ssl, r);
+    c.wantWrite = e == SSL_ERROR_WANT_WRITE;
+    if (e == SSL_ERROR_WANT_READ || e == SSL_ERROR_WANT_WRITE) {
+      errno = EAGAIN;
+      return -1;
+    }
+    if (e == SSL_ERROR_ZERO_RETURN) return 0;
+    errno = ECONNRESET;
+    return -1;
+  }
+  static ssize_t receive(Conn& c, char* buf, size_t n) {
+    if (!c.ssl) return ::recv(c.fd, buf, n, 0);
+    ERR_clear_error();
+    return tlsResult(c, SSL_read(c.ssl, buf, static_cast<int>(std::min<size_t>(n, INT_MAX))));
+  }
+  static ssize_t transmit(Conn& c, const char* data, size_t n) {
+    if (!c.ssl) return ::send(c.fd, data, n, MSG_NOSIGNAL);
+    ERR_clear_error();
+    return tlsResult(c, SSL_write(c.ssl, data, static_cast<int>(std::min<size_t>(n, INT_MAX))));
+  }
 
   // Sleeps up to ms, returns early (false) when the server is stopping.
   bool pause(int ms) {
@@ -207,18 +270,20 @@ struct Server::Impl {
     return !stopping;
   }
 
-  bool sendAll(int fd, const char* data, size_t n) {
+  bool sendAll(Conn& c, const char* data, size_t n) {
     size_t off = 0;
     int stalls = 0;
     while (off < n) {
-      ssize_t w = ::send(fd, data + off, n - off, MSG_NOSIGNAL);
+      c.wantWrite = true;
+      ssize_t w = transmit(c, data + off, n - off);
       if (w > 0) {
         off += static_cast<size_t>(w);
         stalls = 0;
         continue;
       }
       if (w < 0 && (errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR)) {
-        pollfd p[2] = {{fd, POLLOUT, 0}, {wakePipe[0], POLLIN, 0}};
+        short want = c.wantWrite ? POLLOUT : POLLIN;  // TLS may need to read first
+        pollfd p[2] = {{c.fd, want, 0}, {wakePipe[0], POLLIN, 0}};
         int r = ::poll(p, 2, 1000);
         if (stopping) return false;
         if (r == 0 && ++stalls > 10) return false;  // peer stopped reading for 10 s
@@ -226,12 +291,13 @@ struct Server::Impl {
       }
       return false;
     }
+    c.wantWrite = false;
     return true;
   }
 
   // Writes a reply with the current faults.  Returns false when the
   // connection must be closed.
-  bool writeReply(int fd, int status, const std::string& reason, std::vector<std::string> headers, std::string body,
+  bool writeReply(Conn& c, int status, const std::string& reason, std::vector<std::string> headers, std::string body,
                   bool keepAlive, bool isCimReply) {
     FaultOptions f;
     {
@@ -242,14 +308,15 @@ struct Server::Impl {
       }
     }
     if (!pause(f.replyDelayMs)) return false;
-    std::string bytes;
+    std::vector<std::string> pieces;  // one write each
     if (!f.cannedReply.empty()) {
-      bytes = f.cannedReply;
+      pieces.push_back(f.cannedReply);
     } else if (f.force401 && status != 401) {
       std::lock_guard<std::mutex> g(stateMutex);
       ++stats.unauthorized;
-      bytes = httpReply(401, "Unauthorized", {"WWW-Authenticate: Basic realm=\"cimom\"", "Content-Type: text/plain"},
-                        "Unauthorized\n");
+      pieces.push_back(httpReply(401, "Unauthorized",
+                                 {"WWW-Authenticate: Basic realm=\"cimom\"", "Content-Type: text/plain"},
+                                 "Unauthorized\n"));
     } else {
       if (isCimReply) {
         if (f.noXmlDeclaration && body.compare(0, 5, "<?xml") == 0) {
@@ -273,24 +340,38 @@ struct Server::Impl {
         }
       }
       if (!keepAlive || f.omitContentLength) headers.push_back("Connection: close");
-      bytes = httpReply(status, reason.c_str(), headers, body, !f.omitContentLength, f.contentLengthDelta);
+      if (f.chunks > 0) {
+        headers.push_back("Transfer-Encoding: chunked");
+        pieces.push_back(httpReply(status, reason.c_str(), headers, "", false));
+        for (auto& chunk : chunked(body, f.chunks)) pieces.push_back(std::move(chunk));
+      } else {
+        std::string all = httpReply(status, reason.c_str(), headers, body, !f.omitContentLength, f.contentLengthDelta);
+        pieces.push_back(all.substr(0, all.size() - body.size()));
+        if (!body.empty()) pieces.push_back(std::move(body));
+      }
     }
-    bool closeAfter = false;
-    if (f.closeAfterBytes >= 0 && static_cast<size_t>(f.closeAfterBytes) < bytes.size()) {
+    if (f.splitWritesMs <= 0 || f.closeAfterBytes >= 0 || f.splitSegments > 1) {
+      std::string all;
+      for (const auto& piece : pieces) all += piece;
+      pieces.assign(1, std::move(all));
+    }
+    std::string& bytes = pieces[0];
+    if (f.closeAfterBytes >= 0 && static_cast<size_t>(f.closeAfterBytes) < bytes.size())
       bytes.resize(static_cast<size_t>(f.closeAfterBytes));
-      closeAfter = true;
-    }
     // Without Content-Length the end of the body is the end of the connection.
-    if (f.closeAfterBytes >= 0 || f.omitContentLength) closeAfter = true;
+    bool closeAfter = f.closeAfterBytes >= 0 || f.omitContentLength;
     int segments = std::max(1, f.splitSegments);
     if (segments > 1 && bytes.size() > 1) {
       size_t seg = std::max<size_t>(1, (bytes.size() + segments - 1) / segments);
       for (size_t off = 0; off < bytes.size(); off += seg) {
         if (off > 0 && !pause(f.splitDelayMs)) return false;
-        if (!sendAll(fd, bytes.data() + off, std::min(seg, bytes.size() - off))) return false;
+        if (!sendAll(c, bytes.data() + off, std::min(seg, bytes.size() - off))) return false;
       }
-    } else if (!sendAll(fd, bytes.data(), bytes.size())) {
-      return false;
+    } else {
+      for (size_t k = 0; k < pieces.size(); ++k) {
+        if (k > 0 && !pause(f.splitWritesMs)) return false;
+        if (!sendAll(c, pieces[k].data(), pieces[k].size())) return false;
+      }
     }
     if (!f.cannedReply.empty()) return keepAlive;
     return keepAlive && !closeAfter;
@@ -309,7 +390,7 @@ struct Server::Impl {
   }
 
   // Returns false when the connection must be closed.
-  bool handle(int fd, const HttpRequest& r) {
+  bool handle(Conn& c, const HttpRequest& r) {
     {
       std::lock_guard<std::mutex> g(stateMutex);
       lastRequest = r.raw;
@@ -321,11 +402,11 @@ struct Server::Impl {
                                              : conn.find("close") == std::string::npos;
     if (opt.verbose) std::cerr << "mock-cimom: " << r.method << " " << r.target << " (" << r.body.size() << " bytes)\n";
     if (r.method != "POST" && r.method != "M-POST") {
-      return writeReply(fd, 405, "Method Not Allowed", {"Allow: POST", "Content-Type: text/plain"},
+      return writeReply(c, 405, "Method Not Allowed", {"Allow: POST", "Content-Type: text/plain"},
                         "only POST is served\n", keepAlive, false);
     }
     if (r.target != "/cimom" && r.target != "/cimom/") {
-      return writeReply(fd, 404, "Not Found", {"Content-Type: text/plain"}, "the CIM-XML endpoint is /cimom\n",
+      return writeReply(c, 404, "Not Found", {"Content-Type: text/plain"}, "the CIM-XML endpoint is /cimom\n",
                         keepAlive, false);
     }
     if (!authorised(r)) {
@@ -333,11 +414,25 @@ struct Server::Impl {
         std::lock_guard<std::mutex> g(stateMutex);
         ++stats.unauthorized;
       }
-      return writeReply(fd, 401, "Unauthorized", {"WWW-Authenticate: Basic realm=\"cimom\"", "Content-Type: text/plain"},
+      return writeReply(c, 401, "Unauthorized", {"WWW-Authenticate: Basic realm=\"cimom\"", "Content-Type: text/plain"},
                         "Unauthorized\n", keepAlive, false);
     }
+    detail::Refusal no;
+    if (opt.strict && !detail::strictAccepts(r, &no)) {
+      {
+        std::lock_guard<std::mutex> g(stateMutex);
+        ++stats.refused;
+        if (no.status == 400) ++stats.badRequests;
+      }
+      if (opt.verbose) std::cerr << "mock-cimom: refused: " << no.why << "\n";
+      std::vector<std::string> h = {"Content-Type: text/plain"};
+      if (!no.cimError.empty()) h.push_back("CIMError: " + no.cimError);
+      // Without a Content-Length the rest of the stream cannot be framed.
+      bool keep = keepAlive && no.status != 411;
+      return writeReply(c, no.status, no.reason, h, no.why + "\n", keep, false) && keep;
+    }
     if (nextReplyCanned())  // the bytes are fixed; building the real reply would be wasted
-      return writeReply(fd, 200, "OK", {}, std::string(), keepAlive, true);
+      return writeReply(c, 200, "OK", {}, std::string(), keepAlive, true);
     int status = 200;
     std::string cimError;
     std::string reply;
@@ -348,12 +443,13 @@ struct Server::Impl {
     }
     cfg.referenceNamesAsInstanceNames = opt.referenceNamesAsInstanceNames;
     cfg.host = opt.hostName;
+    cfg.strict = opt.strict;
     {
       std::lock_guard<std::mutex> g(repoMutex);
       reply = detail::processCimXml(repo, r.body, cfg, &status, &cimError);
     }
     if (status == 200) {
-      return writeReply(fd, 200, "OK",
+      return writeReply(c, 200, "OK",
                         {"Content-Type: application/xml; charset=\"utf-8\"", "CIMOperation: MethodResponse"}, reply,
                         keepAlive, true);
     }
@@ -363,21 +459,31 @@ struct Server::Impl {
     }
     std::vector<std::string> h = {"Content-Type: text/plain"};
     if (!cimError.empty()) h.push_back("CIMError: " + cimError);
-    if (status == 400) return writeReply(fd, 400, "Bad Request", h, reply + "\n", keepAlive, false);
-    return writeReply(fd, 500, "Internal Server Error", h, reply + "\n", false, false);
+    if (status == 400) return writeReply(c, 400, "Bad Request", h, reply + "\n", keepAlive, false);
+    return writeReply(c, 500, "Internal Server Error", h, reply + "\n", false, false);
   }
 
   void closeConn(size_t k) {
+    if (SSL* ssl = conns[k].ssl) {
+      if (conns[k].handshaken) SSL_shutdown(ssl);  // close_notify, best effort
+      SSL_free(ssl);
+    }
     ::close(conns[k].fd);
     conns.erase(conns.begin() + static_cast<long>(k));
   }
 
   void loop() {
+    // OpenSSL writes with write(2): a peer that went away must give this
+    // thread EPIPE, not end the process with SIGPIPE.
+    sigset_t pipe;
+    sigemptyset(&pipe);
+    sigaddset(&pipe, SIGPIPE);
+    pthread_sigmask(SIG_BLOCK, &pipe, nullptr);
     while (!stopping) {
       std::vector<pollfd> fds;
       fds.push_back({wakePipe[0], POLLIN, 0});
       fds.push_back({listenFd, POLLIN, 0});
-      for (const auto& c : conns) fds.push_back({c.fd, POLLIN, 0});
+      for (const auto& c : conns) fds.push_back({c.fd, static_cast<short>(c.wantWrite ? POLLIN | POLLOUT : POLLIN), 0});
       int r = ::poll(fds.data(), fds.size(), 500);
       if (stopping) break;
       if (r < 0 && errno != EINTR) break;
@@ -401,9 +507,18 @@ struct Server::Impl {
           ::setsockopt(cfd, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
           ::fcntl(cfd, F_SETFL, ::fcntl(cfd, F_GETFL) | O_NONBLOCK);
           if (conns.size() >= kMaxConnections) closeConn(0);  // the oldest goes
-          conns.push_back({cfd, std::string(), now});
-          std::lock_guard<std::mutex> g(stateMutex);
-          ++stats.connections;
+          Conn c{cfd, std::string(), now};
+          if (tls && (c.ssl = SSL_new(tls)) != nullptr) {
+            SSL_set_fd(c.ssl, cfd);
+            SSL_set_accept_state(c.ssl);
+          }
+          if (tls && !c.ssl) {
+            ::close(cfd);
+          } else {
+            conns.push_back(c);
+            std::lock_guard<std::mutex> g(stateMutex);
+            ++stats.connections;
+          }
         }
       }
       for (size_t k = conns.size(); k-- > 0;)
@@ -415,10 +530,26 @@ struct Server::Impl {
   // Reads what is there and serves every complete request.  false = close.
   bool serviceConn(size_t k) {
     Conn& c = conns[k];
+    if (c.ssl && !c.handshaken) {
+      ERR_clear_error();
+      if (tlsResult(c, SSL_accept(c.ssl)) < 0 && errno == EAGAIN) return true;
+      if (!SSL_is_init_finished(c.ssl)) {
+        std::lock_guard<std::mutex> g(stateMutex);
+        ++stats.tlsFailures;
+        if (opt.verbose) {
+          char e[256];
+          ERR_error_string_n(ERR_peek_last_error(), e, sizeof e);
+          std::cerr << "mock-cimom: TLS handshake failed: " << e << "\n";
+        }
+        return false;
+      }
+      c.handshaken = true;
+    }
+    c.wantWrite = false;
     char tmp[65536];
     bool peerClosed = false;
     while (true) {
-      ssize_t n = ::recv(c.fd, tmp, sizeof tmp, 0);
+      ssize_t n = receive(c, tmp, sizeof tmp);
       if (n > 0) {
         c.buf.append(tmp, static_cast<size_t>(n));
         c.last = Clock::now();
@@ -441,10 +572,10 @@ struct Server::Impl {
           ++stats.badRequests;
         }
         std::string reply = httpReply(400, "Bad Request", {"Content-Type: text/plain", "Connection: close"}, why + "\n");
-        sendAll(c.fd, reply.data(), reply.size());
+        sendAll(c, reply.data(), reply.size());
         return false;
       }
-      if (!handle(c.fd, req)) return false;
+      if (!handle(c, req)) return false;
     }
     // A client that went away mid-request is simply forgotten.
     return !peerClosed;
@@ -505,6 +636,13 @@ bool Server::start(std::string* error) {
   ::getsockname(fd, reinterpret_cast<sockaddr*>(&a), &len);
   impl_->boundPort = ntohs(a.sin_port);
   ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) | O_NONBLOCK);
+  if (!impl_->opt.tlsCertFile.empty() || !impl_->opt.tlsKeyFile.empty()) {
+    std::string why = startTls(impl_->opt.tlsCertFile, impl_->opt.tlsKeyFile, &impl_->tls);
+    if (!why.empty()) {
+      ::close(fd);
+      return fail(why);
+    }
+  }
   if (::pipe(impl_->wakePipe) != 0) {
     ::close(fd);
     return fail(std::string("pipe: ") + std::strerror(errno));
@@ -568,6 +706,7 @@ std::string Server::handleCimXml(const std::string& body, int* httpStatus) {
   }
   cfg.referenceNamesAsInstanceNames = impl_->opt.referenceNamesAsInstanceNames;
   cfg.host = impl_->opt.hostName;
+  cfg.strict = impl_->opt.strict;
   int status;
   std::string cimError;
   std::lock_guard<std::mutex> g(impl_->repoMutex);

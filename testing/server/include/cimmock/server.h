@@ -64,6 +64,14 @@ struct FaultOptions {
   std::string cannedReply;
   // Only the first N replies misbehave, later ones are normal.  -1 = all.
   int faultyReplies = -1;
+
+  // Legal reply shapes that a client may not expect:
+  // headers and body in separate writes, this many milliseconds apart
+  // (every chunk too, with chunks).  0 = one write.
+  int splitWritesMs = 0;
+  // The body in chunked transfer coding, in this many chunks, without
+  // Content-Length.  0 = off.
+  int chunks = 0;
 };
 
 struct ServerOptions {
@@ -93,6 +101,23 @@ struct ServerOptions {
   int idleTimeoutSeconds = 30;
   // Log one line per request to stderr.
   bool verbose = false;
+  // Turn away, as a DSP0200 server with a validating parser does, every
+  // request that DSP0200 and DSP0201 do not allow: a malformed request
+  // line, no Host, a Content-Type other than application/xml or text/xml,
+  // CIMOperation other than MethodCall, a body that does not start with the
+  // XML declaration or is not well-formed, an element or attribute DSP0201
+  // does not define there (KEYVALUE CIMTYPE, say), a NAMESPACE holding a
+  // '/', CIMProtocolVersion, CIMMethod or CIMObject missing or not matching
+  // the body.  The answer is 400 (411 without Content-Length, 501 for
+  // versions and MULTIREQ) with a CIMError header: request-not-well-formed,
+  // request-not-valid, header-mismatch, unsupported-operation,
+  // unsupported-protocol-version, unsupported-cim-version,
+  // unsupported-dtd-version or multiple-requests-unsupported.  An embedded
+  // instance is then one only when EmbeddedObject="instance" marks it.
+  bool strict = false;
+  // Serve HTTPS with this PEM certificate (chain) and private key.  Both
+  // empty = plain HTTP.  start() fails when they cannot be loaded.
+  std::string tlsCertFile, tlsKeyFile;
 };
 
 // Statistics and what the last request looked like, for tests.
@@ -101,6 +126,8 @@ struct ServerStats {
   std::uint64_t requests = 0;     // complete requests read
   std::uint64_t badRequests = 0;  // answered with HTTP 400
   std::uint64_t unauthorized = 0; // answered with HTTP 401
+  std::uint64_t refused = 0;      // turned away by the strict checks
+  std::uint64_t tlsFailures = 0;  // connections dropped in the TLS handshake
 };
 
 class Server {

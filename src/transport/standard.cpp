@@ -1,0 +1,365 @@
+// The standard exchange (DSP0200): the full header set on the request, and
+// a reply read as HTTP/1.1 says, across as many reads as the peer needs.
+#include <strings.h>
+
+#include <cctype>
+#include <cerrno>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "cimxml/client.h"
+#include "rtlog.h"
+#include "transport/exchange.h"
+
+namespace cimxml::transport {
+namespace {
+
+constexpr std::size_t kMaxHeader = 64 * 1024;  // a longer reply header is refused
+constexpr std::size_t kMaxChunkLine = 1024;
+constexpr std::size_t kReadStep = 16 * 1024;
+
+// A growable malloc'd byte string, always NUL-terminated once non-empty.
+struct Bytes {
+    char* p = nullptr;
+    std::size_t n = 0;
+    std::size_t cap = 0;
+    Bytes() = default;
+    Bytes(const Bytes&) = delete;
+    Bytes& operator=(const Bytes&) = delete;
+    ~Bytes() { std::free(p); }
+
+    bool reserve(std::size_t more) {
+        if (more > SIZE_MAX / 2 - n) return false;
+        if (n + more + 1 <= cap) return true;
+        std::size_t c = cap ? cap : 256;
+        while (c < n + more + 1) c *= 2;
+        char* q = static_cast<char*>(std::realloc(p, c));
+        if (!q) return false;
+        p = q;
+        cap = c;
+        return true;
+    }
+    bool append(const char* s, std::size_t k) {
+        if (!reserve(k)) return false;
+        if (k) std::memcpy(p + n, s, k);
+        n += k;
+        p[n] = '\0';
+        return true;
+    }
+    bool append(const char* s) { return append(s, std::strlen(s)); }
+    char* release() {
+        if (!reserve(0)) return nullptr;
+        p[n] = '\0';
+        char* r = p;
+        p = nullptr;
+        n = cap = 0;
+        return r;
+    }
+};
+
+// DSP0200 header values: UTF-8, every octet outside the RFC 2396
+// unreserved set %-escaped, so "root/cimv2" goes as "root%2Fcimv2".
+bool appendEscaped(Bytes& out, const char* text) {
+    static const char kHex[] = "0123456789ABCDEF";
+    for (const unsigned char* c = reinterpret_cast<const unsigned char*>(text ? text : ""); *c; ++c) {
+        if (std::isalnum(*c) || std::strchr("-_.!~*'()", *c)) {
+            if (!out.append(reinterpret_cast<const char*>(c), 1)) return false;
+        } else {
+            const char esc[3] = {'%', kHex[*c >> 4], kHex[*c & 15]};
+            if (!out.append(esc, 3)) return false;
+        }
+    }
+    return true;
+}
+
+// Reads more of the reply into `in`. False on close or failure, with
+// `failure` filled (a close is described with `what`).
+bool readMore(Connection& conn, Bytes& in, const char* what, Failure* failure) {
+    if (!in.reserve(kReadStep)) {
+        failure->set(CIMXML_ERROR_MEMORY, "out of memory reading the reply");
+        return false;
+    }
+    ssize_t got = conn.receive(in.p + in.n, kReadStep, failure);
+    if (got < 0) return false;
+    if (got == 0) {
+        failure->set(CIMXML_ERROR_CLOSED, "the connection was closed %s", what);
+        return false;
+    }
+    in.n += static_cast<std::size_t>(got);
+    in.p[in.n] = '\0';
+    return true;
+}
+
+struct Head {
+    int status = 0;
+    char reason[64] = {};
+    bool chunked = false;
+    bool hasLength = false;
+    std::size_t length = 0;
+    char cimError[128] = {};
+};
+
+// Strict decimal, no sign, no overflow.
+bool parseLength(const char* s, const char* end, std::size_t* out) {
+    while (s < end && (*s == ' ' || *s == '\t')) ++s;
+    while (end > s && (end[-1] == ' ' || end[-1] == '\t')) --end;
+    if (s == end) return false;
+    std::size_t v = 0;
+    for (; s < end; ++s) {
+        if (*s < '0' || *s > '9' || v > (SIZE_MAX / 4 - 9) / 10) return false;
+        v = v * 10 + static_cast<std::size_t>(*s - '0');
+    }
+    *out = v;
+    return true;
+}
+
+void copyField(char* dst, std::size_t n, const char* s, const char* end) {
+    while (s < end && (*s == ' ' || *s == '\t')) ++s;
+    std::size_t k = static_cast<std::size_t>(end - s);
+    if (k >= n) k = n - 1;
+    std::memcpy(dst, s, k);
+    dst[k] = '\0';
+}
+
+// The status line and the fields this exchange needs, from [p, end).
+bool parseHead(const char* p, const char* end, Head* head, Failure* failure) {
+    const char* eol = static_cast<const char*>(std::memchr(p, '\n', static_cast<std::size_t>(end - p)));
+    const char* lineEnd = eol ? eol : end;
+    if (lineEnd - p < 12 || std::strncmp(p, "HTTP/1.", 7) != 0 || p[8] != ' ' || !std::isdigit((unsigned char)p[9]) ||
+        !std::isdigit((unsigned char)p[10]) || !std::isdigit((unsigned char)p[11])) {
+        char first[81];
+        const char* shown = lineEnd > p && lineEnd[-1] == '\r' ? lineEnd - 1 : lineEnd;
+        copyField(first, sizeof first, p, shown > p + 80 ? p + 80 : shown);
+        failure->set(CIMXML_ERROR_PROTOCOL, "not an HTTP reply: \"%s\"", first);
+        return false;
+    }
+    head->status = (p[9] - '0') * 100 + (p[10] - '0') * 10 + (p[11] - '0');
+    const char* r = p + 12;
+    const char* rEnd = lineEnd > r && lineEnd[-1] == '\r' ? lineEnd - 1 : lineEnd;
+    copyField(head->reason, sizeof head->reason, r, rEnd > r ? rEnd : r);
+
+    for (const char* line = eol ? eol + 1 : end; line < end;) {
+        const char* next = static_cast<const char*>(std::memchr(line, '\n', static_cast<std::size_t>(end - line)));
+        const char* le = next ? next : end;
+        const char* ve = le > line && le[-1] == '\r' ? le - 1 : le;
+        const char* colon = static_cast<const char*>(std::memchr(line, ':', static_cast<std::size_t>(ve - line)));
+        if (colon) {
+            std::size_t nameLen = static_cast<std::size_t>(colon - line);
+            auto is = [&](const char* name) { return nameLen == std::strlen(name) && strncasecmp(line, name, nameLen) == 0; };
+            if (is("Content-Length")) {
+                if (!parseLength(colon + 1, ve, &head->length)) {
+                    failure->set(CIMXML_ERROR_PROTOCOL, "the reply's Content-Length is not a number");
+                    return false;
+                }
+                head->hasLength = true;
+            } else if (is("Transfer-Encoding")) {
+                char value[64];
+                copyField(value, sizeof value, colon + 1, ve);
+                for (char* c = value; *c; ++c) *c = static_cast<char>(std::tolower((unsigned char)*c));
+                head->chunked = std::strstr(value, "chunked") != nullptr;
+            } else if (is("CIMError")) {
+                copyField(head->cimError, sizeof head->cimError, colon + 1, ve);
+            }
+        }
+        line = next ? next + 1 : end;
+    }
+    return true;
+}
+
+// The chunked body starting at in.p + pos, decoded into body.
+bool readChunked(Connection& conn, Bytes& in, std::size_t pos, Bytes& body, Failure* failure) {
+    for (;;) {
+        char* eol;
+        while (!(eol = static_cast<char*>(std::memchr(in.p + pos, '\n', in.n - pos)))) {
+            if (in.n - pos > kMaxChunkLine) {
+                failure->set(CIMXML_ERROR_PROTOCOL, "a chunk size line of the reply is too long");
+                return false;
+            }
+            if (!readMore(conn, in, "in the middle of a chunked reply", failure)) return false;
+        }
+        char* sizeEnd = nullptr;
+        errno = 0;
+        unsigned long long size = std::strtoull(in.p + pos, &sizeEnd, 16);
+        if (sizeEnd == in.p + pos || !std::isxdigit((unsigned char)in.p[pos]) || errno ||
+            size > SIZE_MAX / 4 || (*sizeEnd != ';' && *sizeEnd != '\r' && *sizeEnd != '\n' && *sizeEnd != ' ')) {
+            failure->set(CIMXML_ERROR_PROTOCOL, "the reply has a malformed chunk size");
+            return false;
+        }
+        pos = static_cast<std::size_t>(eol - in.p) + 1;
+        if (size == 0) return true;  // trailers, if any, are of no use here
+        const std::size_t need = static_cast<std::size_t>(size) + 2;
+        while (in.n - pos < need)
+            if (!readMore(conn, in, "in the middle of a chunk of the reply", failure)) return false;
+        if (!body.append(in.p + pos, static_cast<std::size_t>(size))) {
+            failure->set(CIMXML_ERROR_MEMORY, "out of memory reading the reply");
+            return false;
+        }
+        pos += static_cast<std::size_t>(size);
+        if (in.p[pos] == '\r') ++pos;
+        if (in.p[pos] != '\n') {
+            failure->set(CIMXML_ERROR_PROTOCOL, "a chunk of the reply does not end with CR LF");
+            return false;
+        }
+        ++pos;
+        // Give back what has been decoded, so a long reply is not held twice.
+        if (pos > kReadStep * 4) {
+            std::memmove(in.p, in.p + pos, in.n - pos);
+            in.n -= pos;
+            in.p[in.n] = '\0';
+            pos = 0;
+        }
+    }
+}
+
+const char* headerEnd(const Bytes& in, std::size_t from) {
+    for (std::size_t i = from; i + 1 < in.n; ++i) {
+        if (in.p[i] != '\n') continue;
+        if (in.p[i + 1] == '\n') return in.p + i + 2;
+        if (in.p[i + 1] == '\r' && i + 2 < in.n && in.p[i + 2] == '\n') return in.p + i + 3;
+    }
+    return nullptr;
+}
+
+int exchange(const char* requestText, char** responseOut, const Peer& peer, const Security& security,
+             const Call& call, Failure* failure) {
+    std::size_t length = 0;
+    char* request = frameStandard(requestText, peer, call, &length);
+    if (!request) {
+        failure->set(CIMXML_ERROR_MEMORY, "out of memory framing the request");
+        return -1;
+    }
+    rt_log_init();
+    // The XML alone, as the default exchange logs it: never the credentials.
+    _rt_log("src/transport/standard", __LINE__, "CIMCLIENT", "network", 2, "Request:\n%s", requestText);
+
+    Connection conn;
+    bool sent = conn.open(peer.host, peer.port, peer.timeoutMs, security, failure) &&
+                conn.sendAll(request, length, failure);
+    std::free(request);
+    if (!sent) return -1;
+
+    Bytes in;
+    const char* bodyStart;
+    Head head;
+    for (;;) {
+        std::size_t scanned = 0;
+        while (!(bodyStart = headerEnd(in, scanned >= 3 ? scanned - 3 : 0))) {
+            scanned = in.n;
+            if (in.n > kMaxHeader) {
+                failure->set(CIMXML_ERROR_PROTOCOL, "the reply header is longer than %zu bytes", kMaxHeader);
+                return -1;
+            }
+            if (!readMore(conn, in, in.n ? "before the reply header was complete" : "without a reply", failure))
+                return -1;
+        }
+        head = Head{};
+        if (!parseHead(in.p, bodyStart, &head, failure)) return -1;
+        if (head.status >= 200) break;
+        // An interim 1xx reply: the real one follows.
+        std::size_t used = static_cast<std::size_t>(bodyStart - in.p);
+        std::memmove(in.p, bodyStart, in.n - used);
+        in.n -= used;
+        in.p[in.n] = '\0';
+    }
+    if (head.status == 401) return 401;
+    if (head.status != 200) {
+        char code[16];
+        std::snprintf(code, sizeof code, "%d", head.status);
+        if (head.cimError[0])
+            failure->set(code, "HTTP %d %s (CIMError: %s)", head.status, head.reason, head.cimError);
+        else
+            failure->set(code, "HTTP %d %s", head.status, head.reason);
+        return -1;
+    }
+
+    const std::size_t pos = static_cast<std::size_t>(bodyStart - in.p);
+    Bytes body;
+    if (head.chunked) {
+        if (!readChunked(conn, in, pos, body, failure)) return -1;
+    } else if (head.hasLength) {
+        if (!body.reserve(head.length)) {
+            failure->set(CIMXML_ERROR_MEMORY, "out of memory for a reply of %zu bytes", head.length);
+            return -1;
+        }
+        std::size_t have = in.n - pos < head.length ? in.n - pos : head.length;
+        body.append(in.p + pos, have);
+        while (body.n < head.length) {
+            ssize_t got = conn.receive(body.p + body.n, head.length - body.n, failure);
+            if (got < 0) return -1;
+            if (got == 0) {
+                failure->set(CIMXML_ERROR_CLOSED, "the connection was closed after %zu of %zu reply bytes", body.n,
+                             head.length);
+                return -1;
+            }
+            body.n += static_cast<std::size_t>(got);
+            body.p[body.n] = '\0';
+        }
+    } else {
+        // Neither length nor chunks: the body runs to the close.
+        body.append(in.p + pos, in.n - pos);
+        for (;;) {
+            if (!body.reserve(kReadStep)) {
+                failure->set(CIMXML_ERROR_MEMORY, "out of memory reading the reply");
+                return -1;
+            }
+            ssize_t got = conn.receive(body.p + body.n, kReadStep, failure);
+            if (got < 0) return -1;
+            if (got == 0) break;
+            body.n += static_cast<std::size_t>(got);
+            body.p[body.n] = '\0';
+        }
+    }
+    char* text = body.release();
+    if (!text) {
+        failure->set(CIMXML_ERROR_MEMORY, "out of memory reading the reply");
+        return -1;
+    }
+    _rt_log("src/transport/standard", __LINE__, "CIMCLIENT", "network", 2, "Response:\n%s", text);
+    *responseOut = text;
+    return 0;
+}
+
+}  // namespace
+
+char* frameStandard(const char* requestText, const Peer& peer, const Call& call, std::size_t* length) noexcept {
+    const char* host = peer.host ? peer.host : "";
+    const std::size_t bodyLength = std::strlen(requestText);
+    char number[48];
+    Bytes out;
+    // A literal IPv6 address goes in brackets.
+    bool v6 = std::strchr(host, ':') != nullptr;
+    bool ok = out.append("POST /cimom HTTP/1.1\r\nHost: ") && out.append(v6 ? "[" : "") && out.append(host) &&
+              out.append(v6 ? "]" : "");
+    std::snprintf(number, sizeof number, ":%d\r\n", peer.port & 0xFFFF);
+    ok = ok && out.append(number) && out.append("Content-Type: application/xml; charset=\"utf-8\"\r\n");
+    std::snprintf(number, sizeof number, "Content-Length: %zu\r\n", bodyLength);
+    ok = ok && out.append(number) &&
+         out.append("CIMProtocolVersion: 1.0\r\nCIMOperation: MethodCall\r\nCIMMethod: ") &&
+         appendEscaped(out, call.method) && out.append("\r\nCIMObject: ") && appendEscaped(out, call.object) &&
+         out.append("\r\nAuthorization: Basic ");
+    if (!ok) return nullptr;
+
+    // "user:password" in base64.
+    Bytes credentials;
+    if (!credentials.append(peer.userName ? peer.userName : "") || !credentials.append(":") ||
+        !credentials.append(peer.password ? peer.password : ""))
+        return nullptr;
+    const std::size_t encodedSize = (credentials.n + 2) / 3 * 4 + 1;
+    if (!out.reserve(encodedSize)) return nullptr;
+    Encode64(out.p + out.n, credentials.p, static_cast<int>(encodedSize));
+    out.n += std::strlen(out.p + out.n);
+    if (!out.append("\r\n\r\n") || !out.append(requestText, bodyLength)) return nullptr;
+    *length = out.n;
+    return out.release();
+}
+
+int sendStandard(const char* requestText, char** responseOut, const Peer& peer, const Security& security,
+                 const Call& call, Failure* failure) noexcept {
+    if (!requestText || !responseOut || !failure) return -1;
+    *responseOut = nullptr;
+    return exchange(requestText, responseOut, peer, security, call, failure);
+}
+
+}  // namespace cimxml::transport
