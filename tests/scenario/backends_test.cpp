@@ -149,7 +149,9 @@ std::vector<const Known*> rulesFor(int content) {
 template <typename T>
 void expectSameTrees(T* http, const T* local, int content = kPlain) {
     const std::vector<const Known*> known = rulesFor(content);
-    if (content & kNulls) EXPECT_GT(dropNullProperties(http), 0) << "no null property left out";
+    if (content & kNulls) {
+        EXPECT_GT(dropNullProperties(http), 0) << "no null property left out";
+    }
     std::vector<std::string> h = dump(http), l = dump(local);
     for (const Known* k : known) {
         bool hit = false;
