@@ -1,5 +1,6 @@
-// HTTP transport: the request header block with Basic credentials, and one
-// request/reply exchange over a fresh TCP connection.
+// HTTP transport: the request header block with Basic credentials, and the
+// default mode's request/reply exchange over a fresh connection (plain TCP,
+// or TLS when the handle asks for it).
 //
 // Every exit closes the socket and frees the send buffer, the failure exits
 // included: the caller never sees either, so this only avoids leaks.

@@ -223,7 +223,8 @@ CIMXML_API int Decode64(char* output, const char* input, int outputSize);
 /* A connected IPv4 stream socket, or -1. */
 CIMXML_API int CIMC_TcpConnect(const char* host, int port);
 /* Sends one request and collects the reply body into *responseOut (the caller
- * frees it). Returns 0, 401 ("401 Unauthorized"), or -1. */
+ * frees it). Returns 0, 401 ("401 Unauthorized"), or -1. Always the default
+ * wire mode over plain TCP; the operations follow their handle's settings. */
 CIMXML_API int CIMSendRequest(const char* requestText, char** responseOut, const char* host, int port,
                               const char* userName, const char* password, int timeout);
 

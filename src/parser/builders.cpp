@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <strings.h>
 
 #include "XMLParser.h"
 #include "cimxml/parser.h"
@@ -103,11 +104,23 @@ void applyAttribute(const ResolvedElement& e, void* record, const XMLNode* attr)
     }
 }
 
+// Standard replies carry an embedded instance as escaped text, with
+// EmbeddedObject="instance" (or "object") on the property or parameter.
+bool embeddedText(const XMLNode* node, const XMLNode* text) {
+    if (!standardReading() || !node->parent || !text->value) return false;
+    bool marked = false;
+    for (const XMLNode* a = node->parent->attributes; a && !marked; a = a->nextSibling)
+        marked = a->name && strcasecmp(a->name, "EmbeddedObject") == 0;
+    const char* t = text->value;
+    while (*t == ' ' || *t == '\t' || *t == '\r' || *t == '\n') ++t;
+    return marked && std::strncmp(t, "<INSTANCE", 9) == 0;
+}
+
 void readValue(XMLNode* node, Value* v) {
     XMLNode* c = node->firstChild;
     if (!c) {
         v->value = dupString("");
-    } else if (c->type == XML_CDATA_SECTION_NODE) {
+    } else if (c->type == XML_CDATA_SECTION_NODE || embeddedText(node, c)) {
         // An embedded instance; when it does not parse the value stays empty.
         ParseCDataContent(c->value ? c->value : "", &v->instance);
     } else {

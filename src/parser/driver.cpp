@@ -267,6 +267,12 @@ int walkTree(XMLNode* node, XMLDoc* releasing, bool standard) {
     return 0;
 }
 
+namespace {
+bool g_standardReading = false;
+}  // namespace
+
+bool standardReading() { return g_standardReading; }
+
 CIM* parseDocument(const char* text, char* scratch, bool standard) {
     top = -1;
     std::memset(::map, 0, sizeof ::map);
@@ -285,7 +291,9 @@ CIM* parseDocument(const char* text, char* scratch, bool standard) {
     }
     // The tree is read once, front to back: its node blocks are given back
     // as the records grow, so the two are never both whole in memory.
+    g_standardReading = standard;
     walkTree(doc->root, doc, standard);
+    g_standardReading = false;
     freeXMLDoc(doc);
     printStack();
     return static_cast<CIM*>(returnAddress);

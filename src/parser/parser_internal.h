@@ -78,8 +78,12 @@ int walkTree(XMLNode* node, struct XMLDoc* releasing, bool standard = false);
 // parseXML; with `scratch` (the same text, writable and no longer needed
 // by the caller) the text is parsed where it stands instead of copied.
 // `standard` adds the readings of the standard wire mode: VALUE.NULL is a
-// Value whose text is NULL (in every parent a VALUE may have).
+// Value whose text is NULL (in every parent a VALUE may have), and an
+// embedded instance sent as escaped text is read as one in CDATA is.
 CIM* parseDocument(const char* text, char* scratch, bool standard = false);
+
+// True while a parse with the standard readings runs.
+bool standardReading();
 
 // A VALUE.NULL read as a Value without text, linked as a VALUE would be.
 Built buildNullValue(XMLNode* node, ElementId parentId, const char* parentName, void* parentRecord);

@@ -3,6 +3,8 @@
 // Read each entry top to bottom as the text it writes. Irregular forms are
 // kept on purpose (the object managers we talk to accept exactly this text);
 // each has a name in the block below so that none is "fixed" by accident.
+// The standard wire mode shares every entry: a defaultOnly step is a kept
+// form, and the standardOnly step beside it is what DSP0201 asks for.
 #include <cstddef>
 #include <iterator>
 

@@ -145,7 +145,13 @@ void storeError(Error* error, Error** errorOut) {
         Free_Error(error);
 }
 
-bool standardWire(ClientHandle* handle) { return handle && wireSettingsOf(handle).standard; }
+bool standardWire(ClientHandle* handle) {
+    try {
+        return handle && wireSettingsOf(handle).standard;
+    } catch (...) {  // called from the extern "C" functions, outside their catch
+        return false;
+    }
+}
 
 char* writeEnvelope(ClientHandle* handle, CIM* cim) {
     char* text = nullptr;

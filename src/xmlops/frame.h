@@ -80,7 +80,7 @@ T* take(IReturnValue* rv, T* IReturnValue::*child) {
 CIM* newRequestEnvelope();
 // A LOCALNAMESPACEPATH holding one NAMESPACE with a copy of the text.
 LocalNamespacePath* newNamespacePath(const char* nameSpace);
-// True when the handle talks in the standard wire mode.
+// True when the handle talks in the standard wire mode. Never throws.
 bool standardWire(ClientHandle* handle);
 // Writes a request envelope in the handle's wire mode; NULL when memory ran out.
 char* writeEnvelope(ClientHandle* handle, CIM* cim);

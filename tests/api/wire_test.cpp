@@ -32,6 +32,7 @@ TEST(WireMode, TheEnvironmentCountsWhenTheHandleIsMade) {
         {{"strict", "yes", "true", nullptr}, "default"},  // only "standard" and "1" count
         {{"default", "1", "1", nullptr}, "default tls insecure"},
     };
+    for (const char* v : kVars) unsetenv(v);
     for (const auto& c : cases) {
         SCOPED_TRACE(c.want);
         ClientHandle* before = newHandle();

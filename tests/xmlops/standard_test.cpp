@@ -166,14 +166,16 @@ TEST(Standard, PathsAreReadInEveryFormAndNullsStayNull) {
         Free_ObjectPath(got);
     }
 
-    // Indented, with a null array element: the same instance as the compact text.
+    // Indented, with a null array element and an embedded instance as escaped text.
     Error* error = nullptr;
     Instance* got = nullptr;
     exchange(cimtest::okReply(returning("\n  <INSTANCE CLASSNAME=\"A\">\n    <PROPERTY NAME=\"P\" TYPE=\"string\">\n"
                                         "      <VALUE>x</VALUE>\n    </PROPERTY>\n    <PROPERTY.ARRAY NAME=\"Q\" "
                                         "TYPE=\"uint8\">\n      <VALUE.ARRAY>\n        <VALUE>1</VALUE>\n"
                                         "        <VALUE.NULL/>\n        <VALUE>3</VALUE>\n      </VALUE.ARRAY>\n"
-                                        "    </PROPERTY.ARRAY>\n  </INSTANCE>\n")),
+                                        "    </PROPERTY.ARRAY>\n    <PROPERTY NAME=\"E\" TYPE=\"string\" EmbeddedObject=\"instance\"><VALUE>"
+                                        "&lt;INSTANCE CLASSNAME=&quot;In&quot;&gt;&lt;/INSTANCE&gt;</VALUE></PROPERTY>\n"
+                                        "  </INSTANCE>\n")),
              [&](auto h, auto e) { got = GetInstance(h, target->instanceName, 2, 2, 2, nullptr, e); }, &error);
     ASSERT_NE(got, nullptr);
     EXPECT_EQ(text(got, "P"), "x");
@@ -181,6 +183,9 @@ TEST(Standard, PathsAreReadInEveryFormAndNullsStayNull) {
     std::string values;
     for (const Value* v = got->propertyArrays->valueArray->value; v; v = v->next) values += v->value ? v->value : "NULL";
     EXPECT_EQ(values, "1NULL3");
+    const Property* e = named(got->properties, "E");  // read as a CDATA instance is
+    ASSERT_TRUE(e && e->value && e->value->instance && e->value->instance->className);
+    EXPECT_STREQ(e->value->instance->className->name, "In");
     Free_Instance(got);
     Free_ObjectName(target);
 }
