@@ -51,7 +51,7 @@ for t in "${targets[@]}"; do
   # The library's own messages (stdout) are dropped; libFuzzer's go to stderr.
   if ! "$dir/fuzz/fuzz_$t" "${limit[@]}" "${dict[@]}" -max_len=65536 -timeout=25 -rss_limit_mb=3072 \
        -print_final_stats=1 -artifact_prefix="$dir/findings/$t-" "$corpus" "fuzz/corpus/$t" \
-       >/dev/null 2> >(grep -aE '^(#[0-9]+[[:space:]]+(INITED|DONE)|stat::number_of_executed_units|==[0-9]+==|SUMMARY|Done [0-9])' >&2); then
+       >/dev/null 2> >(grep -aE '^(#[0-9]+[[:space:]]+(INITED|DONE)|stat::number_of_executed_units|==[0-9]+==|SUMMARY|Done [0-9]|.*Test unit written| +#[0-9]+ 0x)' >&2); then
     echo "fuzz.sh: $t found a fault; the input is in $dir/findings/" >&2
     status=1
   fi

@@ -8,6 +8,7 @@
 #include <malloc.h>
 
 #include <chrono>
+#include <cstddef>
 #include <cstdio>
 #include <thread>
 
@@ -17,7 +18,8 @@
 #include "cimxml/lifecycle.h"
 
 #if defined(__SANITIZE_ADDRESS__)
-#include <sanitizer/allocator_interface.h>
+// Declared here: gcc ships the function but not clang's header for it.
+extern "C" std::size_t __sanitizer_get_current_allocated_bytes(void);
 // Sanitizer builds are several times slower; fewer rounds, same per-operation check.
 constexpr int kOperations = 2000;
 std::size_t heapInUse() { return __sanitizer_get_current_allocated_bytes(); }
