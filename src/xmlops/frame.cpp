@@ -192,6 +192,10 @@ CIM* exchange(ClientHandle* handle, char* requestText, Error** errorOut, const c
         if (wire.standard) storeNewError(failure.code, failure.description, errorOut);
         return nullptr;
     }
+    // A reply that builds no root of its own (a lone CIM element, say) would
+    // hand back the previous parse's root, which is freed or the caller's by
+    // now: only a root built from this reply may come back.
+    returnAddress = nullptr;
     // The body is ours and of no further use: parsed where it stands.
     CIM* reply = cimxml::parser::parseDocument(replyText, replyText, wire.standard);
     std::free(replyText);

@@ -208,6 +208,8 @@ TEST(MofTest, ErrorsCarryFileLineAndColumn) {
       {"class X { uint8 V = 0x; };", 1, 21, "malformed number"},
       {"class X { [Key] string K; };\nclass X { };", 2, 7, "already exists"},
       {"klass X { };", 1, 1, "expected 'class', 'instance', 'Qualifier' or '#pragma'"},
+      // Refused at the outer array, not after 200,000 nested calls (a stack overflow).
+      {"class X { string S[] = " + std::string(200000, '{'), 1, 24, "nested arrays"},
   };
   for (const auto& c : cases) {
     MofError e = loadError(c.text);

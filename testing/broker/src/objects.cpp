@@ -99,7 +99,10 @@ static CIMCString* opGetClassName(const CIMCObjectPath* p, CIMCStatus* rc) {
 static CIMCStatus opAddKey(CIMCObjectPath* p, const char* name, const CIMCValue* value, CIMCType type) {
   return statusEntry(Kind::Path, p, [&](Node& n) {
     if (!name) throw CimError(cimmock::CIM_ERR_INVALID_PARAMETER, "key without a name");
-    putNamed(n.pathForWrite().keys, name, valueIn(value, type));
+    // The value first: a reference to this very path then shares the data as
+    // it was, and the write below copies it instead of making a cycle.
+    Val v = valueIn(value, type);
+    putNamed(n.pathForWrite().keys, name, std::move(v));
   });
 }
 static CIMCData opGetKey(const CIMCObjectPath* p, const char* name, CIMCStatus* rc) {

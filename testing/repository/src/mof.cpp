@@ -330,8 +330,9 @@ private:
       l.kind = Lit::Array;
       if (!isPunct('}')) {
         while (true) {
+          // Refused before descending: a long run of '{' must not exhaust the stack.
+          if (isPunct('{')) fail(t, "nested arrays are not allowed");
           Lit item = literal();
-          if (item.kind == Lit::Array) fail(t, "nested arrays are not allowed");
           l.items.push_back(item);
           if (isPunct(',')) { take(); continue; }
           break;
