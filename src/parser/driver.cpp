@@ -56,7 +56,13 @@ int entryOfTop(const void* record) {
     return top;
 }
 
+// One past the highest entry of `map` written since it was last cleared:
+// entries above it are still zero, so a parse clears only what was used
+// (the whole array is a megabyte, more than a small reply costs to parse).
+int g_dirtyEntries = 0;
+
 void storeEntry(int at, void* address, const char* name) {
+    if (at >= g_dirtyEntries) g_dirtyEntries = at + 1;
     std::memset(g_listEnds[at], 0, sizeof g_listEnds[at]);
     ::map[at].address = address;
     copyName(::map[at].name, name);
@@ -266,7 +272,8 @@ int walkTree(XMLNode* node, XMLDoc* releasing) {
 
 CIM* parseDocument(const char* text, char* scratch) {
     top = -1;
-    std::memset(::map, 0, sizeof ::map);
+    std::memset(::map, 0, static_cast<std::size_t>(g_dirtyEntries) * sizeof ::map[0]);
+    g_dirtyEntries = 0;
     releaseUnlinked();
     if (!text) return nullptr;
 
