@@ -241,7 +241,9 @@ int walkTree(XMLNode* node, XMLDoc* releasing) {
             const char* name = boundedName(n->name, nameBuf);
             if (n->parent && n->parent != parentSeen) {
                 parentSeen = n->parent;
-                parentName = boundedName(n->parent->name, parentBuf);
+                // A copy: the DOM's own string may be released behind the walk.
+                copyName(parentBuf, n->parent->name);
+                parentName = parentBuf;
                 parentId = lookupElement(parentName);
             }
             void* parentRecord = popEntry(parentName);
