@@ -235,9 +235,11 @@ void freeFloor(Floor& f) {
 
 }  // namespace
 
-// Lets the next timed section start from a consolidated heap: the first
-// large request after many small frees pays for merging them, whoever makes it.
-void settleHeap() { std::free(std::malloc(256 << 10)); }
+// Every timed section starts from the same heap: chunks freed before it
+// merged (the first large request after many small frees pays for that,
+// whoever makes it) and free memory given back, so each section pays for
+// the fresh pages it touches.
+void settleHeap() { malloc_trim(0); }
 
 int main(int argc, char** argv) {
     const std::string& text = bench::reply();
@@ -264,7 +266,7 @@ int main(int argc, char** argv) {
     freeFloor(f);
 
     // Free times are taken twice: the free calls alone, and with the merging
-    // of freed chunks that glibc defers to the next large request (settled):
+    // of freed chunks that glibc defers (settled, settleHeap included):
     // Free_CIM pays much of it inline, the floor's free almost none.
     std::vector<double> parse, floor, freeTree, freeBlocks, parseRatio, freeRatio, settledRatio;
     for (int rep = 0; rep < 5; ++rep) {
