@@ -76,7 +76,9 @@ bool pushEntry(void* address, const char* name) {
         return true;
     }
     int last = liveTop();
-    for (int i = 0; i <= last; ++i)
+    // A childless element hands back its parent's entry, mostly the top one.
+    if (::map[last].address == address) return true;
+    for (int i = 0; i < last; ++i)
         if (::map[i].address == address) return true;
     if (last >= kLastEntry) return false;
     top = last + 1;
