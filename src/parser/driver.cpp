@@ -241,12 +241,14 @@ int walkTree(XMLNode* node, XMLDoc* releasing) {
         if (releasing) releaseXMLNodesBefore(releasing, n);
         if (n->type != XML_TEXT_NODE && n->type != XML_CDATA_SECTION_NODE) {
             const char* name = boundedName(n->name, nameBuf);
-            if (n->parent && n->parent != parentSeen) {
-                parentSeen = n->parent;
-                // A copy: the DOM's own string may be released behind the walk.
-                copyName(parentBuf, n->parent->name);
-                parentName = parentBuf;
-                parentId = lookupElement(parentName);
+            if (n->parent) {
+                // Read again when the parent's name moved: the DOM copies an
+                // ancestor's strings out of text it releases behind the walk.
+                if (parentName != n->parent->name) parentName = boundedName(n->parent->name, parentBuf);
+                if (n->parent != parentSeen) {
+                    parentSeen = n->parent;
+                    parentId = lookupElement(parentName);
+                }
             }
             void* parentRecord = popEntry(parentName);
             ElementId id = lookupElement(name);
