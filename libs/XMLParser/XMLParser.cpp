@@ -52,7 +52,7 @@ struct Block {
 // hands back behind it (releaseText), so the copy and the caller's records
 // are not both whole in memory. Released a step at a time.
 constexpr std::size_t kMappedText = 1u << 20;
-constexpr std::size_t kReleaseStep = 1u << 20;
+constexpr std::size_t kReleaseStep = 64u << 10;
 
 std::size_t pageSize() {
     static const std::size_t size = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
