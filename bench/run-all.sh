@@ -42,7 +42,7 @@ run local_bench --benchmark_color=false
 
 # metric key, description, comparison, target
 table='parse_over_floor|parseXML / allocation floor (50 MB reply)|<=|1.6
-free_over_floor_free|Free_CIM / free of the floor blocks|<=|1.2
+free_over_floor_free|Free_CIM / free of the floor blocks, free calls only|<=|1.2
 free_over_floor_free_settled|  the same, each with the merging glibc defers|<=|1.2
 getinstance_over_bare|GetInstance / bare exchange, per call|<=|1.25
 scale_time_ratio|parseXML time 200,000 / 20,000 instances|<=|11
