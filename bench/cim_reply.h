@@ -18,38 +18,41 @@ namespace bench {
 
 constexpr int kInstances = 20000;
 
-inline const std::string& reply() {
-    static const std::string text = [] {
-        std::string s;
-        s.reserve(52u << 20);
-        s += "<?xml version=\"1.0\" encoding=\"utf-8\" ?>\n<CIM CIMVERSION=\"2.0\" DTDVERSION=\"2.0\">\n"
-             "<MESSAGE ID=\"1001\" PROTOCOLVERSION=\"1.0\">\n<SIMPLERSP>\n"
-             "<IMETHODRESPONSE NAME=\"EnumerateInstances\">\n<IRETURNVALUE>\n";
-        for (int i = 0; i < kInstances; ++i) {
-            std::string id = std::to_string(i);
-            s += "<VALUE.NAMEDINSTANCE>\n<INSTANCENAME CLASSNAME=\"CIM_ComputerSystemElement\">\n"
-                 "<KEYBINDING NAME=\"CreationClassName\">\n"
-                 "<KEYVALUE VALUETYPE=\"string\">CIM_ComputerSystemElement</KEYVALUE>\n</KEYBINDING>\n"
-                 "<KEYBINDING NAME=\"Name\">\n<KEYVALUE VALUETYPE=\"string\">element-";
-            s += id;
-            s += "</KEYVALUE>\n</KEYBINDING>\n</INSTANCENAME>\n<INSTANCE CLASSNAME=\"CIM_ComputerSystemElement\">\n";
-            for (int p = 0; p < 20; ++p) {
-                s += "<PROPERTY NAME=\"Property_";
-                s += std::to_string(p);
-                s += p % 4 == 0 ? "\" TYPE=\"uint32\">\n<VALUE>" : "\" TYPE=\"string\">\n<VALUE>";
-                if (p % 4 == 0)
-                    s += std::to_string(i * 20 + p);
-                else
-                    s += "Value &amp; text of element " + id;
-                s += "</VALUE>\n</PROPERTY>\n";
-            }
-            s += "<PROPERTY.ARRAY NAME=\"Dedicated\" TYPE=\"uint16\">\n<VALUE.ARRAY>\n"
-                 "<VALUE>2</VALUE>\n<VALUE>3</VALUE>\n<VALUE>15</VALUE>\n<VALUE>21</VALUE>\n"
-                 "</VALUE.ARRAY>\n</PROPERTY.ARRAY>\n</INSTANCE>\n</VALUE.NAMEDINSTANCE>\n";
+// An EnumerateInstances reply of `instances` instances (about 2.5 KB each).
+inline std::string makeReply(int instances) {
+    std::string s;
+    s.reserve(static_cast<std::size_t>(instances) * 2600 + 4096);
+    s += "<?xml version=\"1.0\" encoding=\"utf-8\" ?>\n<CIM CIMVERSION=\"2.0\" DTDVERSION=\"2.0\">\n"
+         "<MESSAGE ID=\"1001\" PROTOCOLVERSION=\"1.0\">\n<SIMPLERSP>\n"
+         "<IMETHODRESPONSE NAME=\"EnumerateInstances\">\n<IRETURNVALUE>\n";
+    for (int i = 0; i < instances; ++i) {
+        std::string id = std::to_string(i);
+        s += "<VALUE.NAMEDINSTANCE>\n<INSTANCENAME CLASSNAME=\"CIM_ComputerSystemElement\">\n"
+             "<KEYBINDING NAME=\"CreationClassName\">\n"
+             "<KEYVALUE VALUETYPE=\"string\">CIM_ComputerSystemElement</KEYVALUE>\n</KEYBINDING>\n"
+             "<KEYBINDING NAME=\"Name\">\n<KEYVALUE VALUETYPE=\"string\">element-";
+        s += id;
+        s += "</KEYVALUE>\n</KEYBINDING>\n</INSTANCENAME>\n<INSTANCE CLASSNAME=\"CIM_ComputerSystemElement\">\n";
+        for (int p = 0; p < 20; ++p) {
+            s += "<PROPERTY NAME=\"Property_";
+            s += std::to_string(p);
+            s += p % 4 == 0 ? "\" TYPE=\"uint32\">\n<VALUE>" : "\" TYPE=\"string\">\n<VALUE>";
+            if (p % 4 == 0)
+                s += std::to_string(i * 20 + p);
+            else
+                s += "Value &amp; text of element " + id;
+            s += "</VALUE>\n</PROPERTY>\n";
         }
-        s += "</IRETURNVALUE>\n</IMETHODRESPONSE>\n</SIMPLERSP>\n</MESSAGE>\n</CIM>\n";
-        return s;
-    }();
+        s += "<PROPERTY.ARRAY NAME=\"Dedicated\" TYPE=\"uint16\">\n<VALUE.ARRAY>\n"
+             "<VALUE>2</VALUE>\n<VALUE>3</VALUE>\n<VALUE>15</VALUE>\n<VALUE>21</VALUE>\n"
+             "</VALUE.ARRAY>\n</PROPERTY.ARRAY>\n</INSTANCE>\n</VALUE.NAMEDINSTANCE>\n";
+    }
+    s += "</IRETURNVALUE>\n</IMETHODRESPONSE>\n</SIMPLERSP>\n</MESSAGE>\n</CIM>\n";
+    return s;
+}
+
+inline const std::string& reply() {
+    static const std::string text = makeReply(kInstances);
     return text;
 }
 

@@ -9,6 +9,9 @@
 // faults it finds, and the negative codes below for the ones we add.
 #include "XMLParser.h"
 
+#include <sys/mman.h>
+#include <unistd.h>
+
 #include <pugixml.hpp>
 
 #include <algorithm>
@@ -45,10 +48,24 @@ struct Block {
     }
 };
 
+// A private copy of at least this size gets pages of its own, which the walk
+// hands back behind it (releaseText), so the copy and the caller's records
+// are not both whole in memory. Released a step at a time.
+constexpr std::size_t kMappedText = 1u << 20;
+constexpr std::size_t kReleaseStep = 64u << 10;
+
+std::size_t pageSize() {
+    static const std::size_t size = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+    return size;
+}
+
 struct DocImpl {
     XMLDoc doc{nullptr, nullptr};
     char* text = nullptr;  // the parsed text: every string lives here
     bool ownsText = true;  // false when the caller lent its buffer
+    std::size_t mapped = 0;      // length of text's own mapping, 0 when it has none
+    char* textKept = nullptr;    // the mapping from here on is still in place
+    std::vector<char*> copies;   // strings of ancestors moved out of released text
     // In allocation order, which is document order; a released block is NULL.
     std::vector<Block*> blocks;
     std::size_t used = kNodesPerBlock;  // nodes used in the newest block
@@ -60,7 +77,62 @@ struct DocImpl {
     DocImpl& operator=(const DocImpl&) = delete;
     ~DocImpl() {
         for (Block* b : blocks) delete b;
-        if (ownsText) delete[] text;
+        for (char* c : copies) delete[] c;
+        if (mapped) munmap(textKept, mapped - static_cast<std::size_t>(textKept - text));
+        else if (ownsText) delete[] text;
+    }
+
+    // The private copy of `length` bytes and a terminator.
+    void allocateText(std::size_t length) {
+        const std::size_t page = pageSize();
+        std::size_t size = (length + 1 + page - 1) / page * page;
+        if (length >= kMappedText) {
+            void* m = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+            if (m != MAP_FAILED) {
+                text = textKept = static_cast<char*>(m);
+                mapped = size;
+                return;
+            }
+        }
+        text = new char[length + 1];
+    }
+
+    bool inReleasable(const char* s, const char* bound) const {
+        const std::less<const char*> before;
+        return s && !before(s, textKept) && before(s, bound);
+    }
+
+    void keepString(const char*& field, const char* bound) {
+        if (!inReleasable(field, bound)) return;
+        std::size_t n = std::strlen(field) + 1;
+        if (copies.size() == copies.capacity()) copies.reserve(copies.size() * 2 + 16);  // may throw: nothing changed yet
+        char* c = new char[n];
+        std::memcpy(c, field, n);
+        copies.push_back(c);
+        field = c;
+    }
+
+    // Gives back the pages of a mapped copy that lie wholly before `node`'s
+    // own text. The walk goes back to the node's ancestors, so their strings
+    // are copied out first; every other string before the node goes.
+    void releaseText(XMLNode* node) {
+        if (!mapped) return;
+        const char* at = node->type == XML_ELEMENT_NODE ? node->name : node->value;
+        // Addresses as numbers: `at` may be any node's, of this text or not.
+        const std::uintptr_t from = reinterpret_cast<std::uintptr_t>(at);
+        const std::uintptr_t kept = reinterpret_cast<std::uintptr_t>(textKept);
+        if (!at || from < kept + kReleaseStep || from >= reinterpret_cast<std::uintptr_t>(text) + mapped) return;
+        char* bound = textKept + (from - kept) / pageSize() * pageSize();
+        for (XMLNode* a = node->parent; a; a = a->parent) {
+            keepString(a->name, bound);
+            keepString(a->value, bound);
+            for (XMLNode* attr = a->attributes; attr; attr = attr->nextSibling) {
+                keepString(attr->name, bound);
+                keepString(attr->value, bound);
+            }
+        }
+        munmap(textKept, static_cast<std::size_t>(bound - textKept));
+        textKept = bound;
     }
 
     XMLNode* newNode(int type, XMLNode* parent) {
@@ -239,7 +311,7 @@ XMLDoc* parse(XMLParseContext* ctx, const char* text, std::size_t length, char* 
             impl->text = lent;
             impl->ownsText = false;
         } else {
-            impl->text = new char[length + 1];
+            impl->allocateText(length);
             std::memcpy(impl->text, text, length);
             impl->text[length] = '\0';
         }
@@ -316,9 +388,11 @@ const char* getErrorText(XMLParseContext* ctx) { return ctx ? ctx->errorText : "
 void releaseXMLNodesBefore(XMLDoc* doc, const XMLNode* node) {
     if (!doc || !node) return;
     try {
-        static_cast<DocImpl*>(doc->impl)->releaseBefore(node);
+        DocImpl* impl = static_cast<DocImpl*>(doc->impl);
+        impl->releaseBefore(node);
+        impl->releaseText(const_cast<XMLNode*>(node));
     } catch (...) {
-        // Out of memory for the pinned list: nothing is released this time.
+        // Out of memory for the pinned list or a copy: nothing more is released this time.
     }
 }
 

@@ -88,9 +88,11 @@ XMLPARSER_API void freeXMLDoc(XMLDoc* doc);
  * its attributes, then its children) and keeps only the ancestors of the node
  * it is at: the node records that lie before `node` and are not its
  * ancestors are released, a block at a time, so a large document shrinks
- * while it is read. Strings stay until freeXMLDoc. Call it with each node
- * visited; a node of another document, or one before the last call's, is
- * ignored. */
+ * while it is read. For a document parseText copied (1 MB and more), the
+ * text before `node` goes too: the strings of the released nodes are then
+ * gone, those of `node`'s ancestors are kept (they may move, so read them
+ * again from the nodes). Call it with each node visited; a node of another
+ * document, or one before the last call's, is ignored. */
 XMLPARSER_API void releaseXMLNodesBefore(XMLDoc* doc, const XMLNode* node);
 
 #ifdef __cplusplus

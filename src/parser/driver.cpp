@@ -56,7 +56,13 @@ int entryOfTop(const void* record) {
     return top;
 }
 
+// One past the highest entry of `map` written since it was last cleared:
+// entries above it are still zero, so a parse clears only what was used
+// (the whole array is a megabyte, more than a small reply costs to parse).
+int g_dirtyEntries = 0;
+
 void storeEntry(int at, void* address, const char* name) {
+    if (at >= g_dirtyEntries) g_dirtyEntries = at + 1;
     std::memset(g_listEnds[at], 0, sizeof g_listEnds[at]);
     ::map[at].address = address;
     copyName(::map[at].name, name);
@@ -70,7 +76,9 @@ bool pushEntry(void* address, const char* name) {
         return true;
     }
     int last = liveTop();
-    for (int i = 0; i <= last; ++i)
+    // A childless element hands back its parent's entry, mostly the top one.
+    if (::map[last].address == address) return true;
+    for (int i = 0; i < last; ++i)
         if (::map[i].address == address) return true;
     if (last >= kLastEntry) return false;
     top = last + 1;
@@ -233,10 +241,14 @@ int walkTree(XMLNode* node, XMLDoc* releasing, bool standard) {
         if (releasing) releaseXMLNodesBefore(releasing, n);
         if (n->type != XML_TEXT_NODE && n->type != XML_CDATA_SECTION_NODE) {
             const char* name = boundedName(n->name, nameBuf);
-            if (n->parent && n->parent != parentSeen) {
-                parentSeen = n->parent;
-                parentName = boundedName(n->parent->name, parentBuf);
-                parentId = lookupElement(parentName);
+            if (n->parent) {
+                // Read again when the parent's name moved: the DOM copies an
+                // ancestor's strings out of text it releases behind the walk.
+                if (parentName != n->parent->name) parentName = boundedName(n->parent->name, parentBuf);
+                if (n->parent != parentSeen) {
+                    parentSeen = n->parent;
+                    parentId = lookupElement(parentName);
+                }
             }
             void* parentRecord = popEntry(parentName);
             ElementId id = lookupElement(name);
@@ -275,7 +287,8 @@ bool standardReading() { return g_standardReading; }
 
 CIM* parseDocument(const char* text, char* scratch, bool standard) {
     top = -1;
-    std::memset(::map, 0, sizeof ::map);
+    std::memset(::map, 0, static_cast<std::size_t>(g_dirtyEntries) * sizeof ::map[0]);
+    g_dirtyEntries = 0;
     releaseUnlinked();
     if (!text) return nullptr;
 

@@ -302,6 +302,19 @@ constexpr std::size_t length(const char* s) {
     return n;
 }
 
+struct NameLengths {
+    std::uint8_t of[sizeof(kNames) / sizeof(kNames[0])];
+};
+
+constexpr NameLengths lengths() {
+    NameLengths l{};
+    for (std::size_t id = 0; id < sizeof(kNames) / sizeof(kNames[0]); ++id)
+        l.of[id] = static_cast<std::uint8_t>(length(kNames[id]));
+    return l;
+}
+
+constexpr NameLengths kLengths = lengths();
+
 struct NameIndex {
     std::uint8_t slot[kSlots];  // ElementId + 1; 0 = empty
 };
@@ -398,14 +411,17 @@ const Resolution& resolution() {
 
 ElementId lookupElement(const char* name) {
     if (!name) return ElementId::None;
+    // Length and hash in one pass; a name can only match a slot of its length.
+    std::uint32_t h = 2166136261u;
     std::size_t n = 0;
-    while (name[n]) {
-        if (++n > kLongestName) return ElementId::None;
+    for (; name[n]; ++n) {
+        if (n == kLongestName) return ElementId::None;
+        h = (h ^ static_cast<unsigned char>(name[n])) * 16777619u;
     }
-    std::size_t i = hashName(name, n) % kSlots;
+    std::size_t i = h % kSlots;
     while (std::uint8_t s = kIndex.slot[i]) {
-        const char* candidate = kNames[s - 1];
-        if (std::strcmp(candidate, name) == 0) return static_cast<ElementId>(s - 1);
+        std::size_t id = s - 1u;
+        if (kLengths.of[id] == n && std::memcmp(kNames[id], name, n) == 0) return static_cast<ElementId>(id);
         i = (i + 1) % kSlots;
     }
     return ElementId::None;

@@ -11,6 +11,18 @@ namespace {
 
 TEST(Rules, EveryRuleNamesAFieldOfTheRightKind) { EXPECT_TRUE(cimxml::parser::rulesResolved()); }
 
+TEST(Rules, NameLookupFindsEachDispatchedNameAndNothingNearIt) {
+    using cimxml::parser::ElementId;
+    for (std::size_t i = 0; i < cimxml::parser::kDispatchedCount; ++i) {
+        auto id = static_cast<ElementId>(i);
+        std::string name = cimxml::parser::elementName(id);
+        EXPECT_EQ(cimxml::parser::lookupElement(name.c_str()), id) << name;
+        EXPECT_EQ(cimxml::parser::lookupElement((name + "X").c_str()), ElementId::None) << name;
+        EXPECT_EQ(cimxml::parser::lookupElement(name.substr(0, name.size() - 1).c_str()), ElementId::None) << name;
+    }
+    EXPECT_EQ(cimxml::parser::lookupElement("value"), ElementId::None);  // case counts
+}
+
 const Class* parsedClass(CIM* root) {
     IReturnValue* rv = returnValueOf(root);
     return rv ? rv->cimClass : nullptr;

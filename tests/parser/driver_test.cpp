@@ -187,6 +187,20 @@ TEST(Stack, PushBeyondTheLastEntryIsDropped) {
     EXPECT_EQ(top, -1);
 }
 
+TEST(Stack, AParseClearsEveryEntryEarlierPushesWrote) {
+    // A parse clears only the entries used since the last one: a deep stack
+    // left behind must still be gone, up to its highest entry.
+    top = -1;
+    static char records[300];
+    for (char& r : records) Push(ElementStackEntry{&r, "X"});
+    top = 2;  // the entries above top are stale, not cleared
+    EXPECT_EQ(parseXML("no document"), nullptr);
+    for (int i = 0; i < CIMXML_ELEMENT_STACK_SIZE; ++i) {
+        ASSERT_EQ(map[i].address, nullptr) << i;
+        ASSERT_EQ(map[i].name[0], '\0') << i;
+    }
+}
+
 TEST(Stack, DeepDocumentIsCutAtTheStackSizeWithoutLeaks) {
     // Nested references: INSTANCENAME > KEYBINDING > VALUE.REFERENCE > ...
     const int levels = 1500;  // 4,500 nested elements
