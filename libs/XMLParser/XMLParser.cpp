@@ -147,10 +147,14 @@ struct DocImpl {
         return n;
     }
 
-    // Frees block i unless it holds an ancestor of `node`; true when kept.
+    // Frees block i unless it holds an ancestor of `node` or one of an
+    // ancestor's attributes (they can spill into the next block); true when kept.
     bool keepOrRelease(std::size_t i, const XMLNode* node) {
-        for (const XMLNode* a = node->parent; a; a = a->parent)
+        for (const XMLNode* a = node->parent; a; a = a->parent) {
             if (blocks[i]->holds(a)) return true;
+            for (const XMLNode* attr = a->attributes; attr; attr = attr->nextSibling)
+                if (blocks[i]->holds(attr)) return true;
+        }
         delete blocks[i];
         blocks[i] = nullptr;
         return false;
