@@ -1,9 +1,14 @@
 // The enumeration fixture the end-to-end benches share: Bench_Item instances
-// with keys Id and Slot, S01..S10 and U01..U10, and Tags[].
+// with keys Id and Slot, S01..S10 and U01..U10, and Tags[]; and the name of
+// one of them.
 #pragma once
 
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
 #include <string>
+
+#include "cimxml/records.h"
 
 namespace bench {
 
@@ -26,6 +31,24 @@ inline std::string generateMof(int instances) {
         mof += "  Tags = {\"red\", \"green\", \"blue\"};\n};\n";
     }
     return mof;
+}
+
+// The name of one generated item (item-00042), as a caller builds it.
+inline InstanceName* itemName() {
+    auto* name = static_cast<InstanceName*>(std::calloc(1, sizeof(InstanceName)));
+    name->className = static_cast<ClassName*>(std::calloc(1, sizeof(ClassName)));
+    name->className->name = strdup("Bench_Item");
+    const char* keys[][3] = {{"Id", "item-00042", "string"}, {"Slot", "42", "numeric"}};
+    KeyBinding** tail = &name->keyBindings;
+    for (auto& k : keys) {
+        auto* b = *tail = static_cast<KeyBinding*>(std::calloc(1, sizeof(KeyBinding)));
+        b->name = strdup(k[0]);
+        b->keyValue = static_cast<KeyValue*>(std::calloc(1, sizeof(KeyValue)));
+        b->keyValue->value = strdup(k[1]);
+        b->keyValue->valueType = strdup(k[2]);
+        tail = &b->next;
+    }
+    return name;
 }
 
 }  // namespace bench

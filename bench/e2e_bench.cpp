@@ -71,20 +71,7 @@ Setup& setup() {
     s->className = static_cast<ClassName*>(std::calloc(1, sizeof(ClassName)));
     s->className->name = strdup("Bench_Item");
 
-    auto* name = static_cast<InstanceName*>(std::calloc(1, sizeof(InstanceName)));
-    name->className = static_cast<ClassName*>(std::calloc(1, sizeof(ClassName)));
-    name->className->name = strdup("Bench_Item");
-    const char* keys[][3] = {{"Id", "item-00042", "string"}, {"Slot", "42", "numeric"}};
-    KeyBinding** tail = &name->keyBindings;
-    for (auto& k : keys) {
-        auto* b = *tail = static_cast<KeyBinding*>(std::calloc(1, sizeof(KeyBinding)));
-        b->name = strdup(k[0]);
-        b->keyValue = static_cast<KeyValue*>(std::calloc(1, sizeof(KeyValue)));
-        b->keyValue->value = strdup(k[1]);
-        b->keyValue->valueType = strdup(k[2]);
-        tail = &b->next;
-    }
-    s->oneItem = name;
+    s->oneItem = bench::itemName();
     return *s;
 }
 

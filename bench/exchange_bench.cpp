@@ -30,23 +30,6 @@ namespace {
 constexpr int kCalls = 1000;
 constexpr int kRepetitions = 5;
 
-InstanceName* itemName() {
-    auto* name = static_cast<InstanceName*>(std::calloc(1, sizeof(InstanceName)));
-    name->className = static_cast<ClassName*>(std::calloc(1, sizeof(ClassName)));
-    name->className->name = strdup("Bench_Item");
-    const char* keys[][3] = {{"Id", "item-00042", "string"}, {"Slot", "42", "numeric"}};
-    KeyBinding** tail = &name->keyBindings;
-    for (auto& k : keys) {
-        auto* b = *tail = static_cast<KeyBinding*>(std::calloc(1, sizeof(KeyBinding)));
-        b->name = strdup(k[0]);
-        b->keyValue = static_cast<KeyValue*>(std::calloc(1, sizeof(KeyValue)));
-        b->keyValue->value = strdup(k[1]);
-        b->keyValue->valueType = strdup(k[2]);
-        tail = &b->next;
-    }
-    return name;
-}
-
 bool libraryCall(ClientHandle* handle, InstanceName* name) {
     Error* error = nullptr;
     Instance* inst = GetInstance(handle, name, 2, 2, 2, nullptr, &error);
@@ -110,7 +93,7 @@ int main() {
     }
     ClientHandle* handle = client_Configuration("127.0.0.1", server.port(), "root/cimv2", 60000, "u", "p");
     handle->interfaceType = 0;
-    InstanceName* name = itemName();
+    InstanceName* name = bench::itemName();
 
     if (!libraryCall(handle, name)) {
         std::fprintf(stderr, "GetInstance failed\n");
