@@ -5,8 +5,7 @@
 #include <functional>
 #include <string>
 
-#include "../transport/raw_server.h"
-#include "records.h"
+#include "peer_call.h"
 
 namespace {
 
@@ -29,14 +28,7 @@ const std::string kInstanceName =
 
 // Runs one call against a server that answers with the given body.
 void withReply(const std::string& body, const std::function<void(ClientHandle*, Error**)>& run) {
-    cimtest::RawServer server(cimtest::okReply(body));
-    ASSERT_TRUE(server.start());
-    ClientHandle* handle = client_Configuration("127.0.0.1", server.port(), "root/cimv2", 5000, "u", "p");
-    handle->interfaceType = 0;
-    Error* error = nullptr;
-    run(handle, &error);
-    EXPECT_EQ(takeError(&error), "");
-    Free_client_Configuration(handle);
+    callAgainst(cimtest::okReply(body), run);
 }
 
 TEST(Frame, NoHandleSendsNothingAndLeavesErrorOutAlone) {

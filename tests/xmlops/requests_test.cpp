@@ -9,8 +9,7 @@
 #include <sstream>
 #include <string>
 
-#include "../transport/raw_server.h"
-#include "records.h"
+#include "peer_call.h"
 
 namespace {
 
@@ -68,19 +67,12 @@ TEST(Requests, EachOperationSendsItsRecordedBytes) {
         "</IMETHODRESPONSE></SIMPLERSP></MESSAGE></CIM>";
     for (const auto& [name, call] : cases) {
         SCOPED_TRACE(name);
-        cimtest::RawServer server(cimtest::okReply(emptyReturn));
-        ASSERT_TRUE(server.start());
-        ClientHandle* handle = client_Configuration("127.0.0.1", server.port(), "root/cimv2", 5000, "user", "secret");
-        handle->interfaceType = 0;
-        Error* error = nullptr;
-        call(handle, &error);
-        EXPECT_EQ(error, nullptr);
-        Free_client_Configuration(handle);
+        const std::string sent = callAgainst(cimtest::okReply(emptyReturn), call);
         const std::string path = std::string(XMLOPS_DATA_DIR) + "/" + name + ".request";
-        if (std::getenv("XMLOPS_UPDATE")) std::ofstream(path, std::ios::binary) << server.request(0);
+        if (std::getenv("XMLOPS_UPDATE")) std::ofstream(path, std::ios::binary) << sent;
         std::stringstream want;
         want << std::ifstream(path, std::ios::binary).rdbuf();
-        EXPECT_EQ(server.request(0), want.str());
+        EXPECT_EQ(sent, want.str());
     }
     EXPECT_NE(system->next, nullptr);  // the caller's records stay as they were
     Free_ClassName(processorClass);
