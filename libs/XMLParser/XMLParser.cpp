@@ -54,6 +54,9 @@ struct Block {
 constexpr std::size_t kMappedText = 1u << 20;
 constexpr std::size_t kReleaseStep = 64u << 10;
 
+// From this length on, pugixml's nodes are removed as they are converted.
+constexpr std::size_t kReleaseNodes = 256u << 10;
+
 std::size_t pageSize() {
     static const std::size_t size = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
     return size;
@@ -231,16 +234,19 @@ void removeChild(pugi::xml_node parent, pugi::xml_node child) {
 }
 
 // Builds the XMLNode tree of `root` in document order, without recursion or
-// a stack: the current element is walked in step with its pugixml source, and
-// every pugixml node is removed once converted (an element once its children
-// are), so pugixml's pages are freed while ours fill.
+// a stack: the current element is walked in step with its pugixml source.
+// For a large text every pugixml node is removed once converted (an element
+// once its children are), so pugixml's pages are freed while ours fill; a
+// small one is left whole, as removing costs more than the memory it saves.
 XMLNode* convert(DocImpl& impl, pugi::xml_node root, std::size_t length) {
+    const bool release = length >= kReleaseNodes;
     const std::less<const char*> before;
     const char* const bufferBegin = impl.text;
     const char* const bufferEnd = impl.text + length + 1;
     XMLNode* top = newElement(impl, root, nullptr);
     XMLNode* cur = top;
     pugi::xml_node src = root;
+    pugi::xml_node c = root.first_child();  // next child of src to convert
     XMLNode* last = nullptr;     // last child of cur so far
     char* textEnd = nullptr;     // end of last's value when last is a merged text
     auto appendLeaf = [&](int type, pugi::xml_node source) {
@@ -251,11 +257,11 @@ XMLNode* convert(DocImpl& impl, pugi::xml_node root, std::size_t length) {
         textEnd = nullptr;
     };
     for (;;) {
-        pugi::xml_node c = src.first_child();
         if (!c) {
             if (cur == top) break;
             pugi::xml_node up = src.parent();
-            removeChild(up, src);
+            c = src.next_sibling();
+            if (release) removeChild(up, src);
             last = cur;
             cur = cur->parent;
             src = up;
@@ -268,6 +274,7 @@ XMLNode* convert(DocImpl& impl, pugi::xml_node root, std::size_t length) {
                 append(cur, last, e);
                 cur = e;
                 src = c;
+                c = c.first_child();
                 last = nullptr;
                 textEnd = nullptr;
                 continue;  // removed after its own children
@@ -300,7 +307,9 @@ XMLNode* convert(DocImpl& impl, pugi::xml_node root, std::size_t length) {
             default:  // declarations, comments, PIs, DOCTYPE: not represented
                 break;
         }
-        removeChild(src, c);
+        pugi::xml_node next = c.next_sibling();
+        if (release) removeChild(src, c);
+        c = next;
     }
     return top;
 }
