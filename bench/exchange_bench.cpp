@@ -26,6 +26,7 @@
 #include "cimxml/lifecycle.h"
 
 namespace {
+double cpu(){ timespec t; clock_gettime(CLOCK_THREAD_CPUTIME_ID,&t); return t.tv_sec+t.tv_nsec*1e-9; }
 
 constexpr int kCalls = 1000;
 constexpr int kRepetitions = 5;
@@ -110,13 +111,14 @@ int main() {
 
     std::vector<double> library, bare, ratio;
     for (int rep = 0; rep < kRepetitions; ++rep) {
-        double t0 = bench::wallSeconds();
+        double t0 = bench::wallSeconds(), c0 = cpu();
         for (int i = 0; i < kCalls; ++i)
             if (!libraryCall(handle, name)) return 1;
-        double t1 = bench::wallSeconds();
+        double t1 = bench::wallSeconds(), c1 = cpu();
         for (int i = 0; i < kCalls; ++i)
             if (!bareCall(server.port(), request, buffer)) return 1;
-        double t2 = bench::wallSeconds();
+        double t2 = bench::wallSeconds(), c2 = cpu();
+        std::printf("cpu lib %.1f bare %.1f\n", (c1-c0)/kCalls*1e6, (c2-c1)/kCalls*1e6);
         library.push_back((t1 - t0) / kCalls);
         bare.push_back((t2 - t1) / kCalls);
         ratio.push_back((t1 - t0) / (t2 - t1));

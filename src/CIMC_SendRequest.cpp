@@ -65,10 +65,9 @@ void appendBounded(char* buffer, unsigned int bufferSize, const char* text) {
     std::strncat(buffer, text, bufferSize - used - 1);
 }
 
-// Formats one header line into the cleared scratch buffer and appends it.
+// Formats one header line into the scratch buffer and appends it.
 template <typename... Args>
 void appendLine(char* buffer, unsigned int bufferSize, char* scratch, const char* format, Args... args) {
-    std::memset(scratch, 0, kScratchSize);
     if (std::snprintf(scratch, kScratchSize, format, args...) < 0) return;
     appendBounded(buffer, bufferSize, scratch);
 }
@@ -97,7 +96,8 @@ int CIMC_CreateStdHttpHeaders(const char* /*host: no Host header is written*/, i
                               unsigned int bufferSize, const char* userName, const char* password) {
     if (!buffer || bufferSize == 0) return 0;
     char line[kScratchSize];
-    char credentials[kScratchSize] = {};
+    char credentials[kScratchSize];
+    credentials[0] = '\0';
     char encoded[kScratchSize];
 
     // The blanks around the path and before CR LF are deliberate; servers
