@@ -42,12 +42,9 @@ TEST(MofTest, ErrorsCarryFileLineAndColumn) {
     } catch (const MofError& thrown) {
       e = thrown;
     }
-    EXPECT_EQ(e.file, "t.mof") << c.text;
-    EXPECT_EQ(e.line, c.line + 1) << c.text << " -> " << e.what();
-    EXPECT_EQ(e.column, c.col) << c.text << " -> " << e.what();
-    EXPECT_NE(e.message.find(c.needle), std::string::npos) << c.text << " -> " << e.what();
-    std::string expectPrefix = "t.mof:" + std::to_string(e.line) + ":" + std::to_string(e.column) + ": ";
-    EXPECT_EQ(std::string(e.what()).rfind(expectPrefix, 0), 0u) << e.what();
+    std::string prefix = "t.mof:" + std::to_string(c.line + 1) + ":" + std::to_string(c.col) + ": ";
+    EXPECT_EQ(std::string(e.what()).rfind(prefix, 0), 0u) << c.text.substr(0, 80) << " -> " << e.what();
+    EXPECT_NE(e.message.find(c.needle), std::string::npos) << e.what();
   }
   Repository r;
   EXPECT_THROW(loadMofFile(r, "/nonexistent/x.mof"), MofError);

@@ -1,6 +1,6 @@
 // A raw HTTP client for the mock object manager tests: one request over a
 // loopback socket, the reply read by Content-Length, to the final chunk or to
-// the end of the stream.
+// the end of the stream; and the CIM requests they send.
 #pragma once
 
 #include <arpa/inet.h>
@@ -59,6 +59,16 @@ Reply readReply(int fd) {
   }
   if (r.raw.compare(0, 9, "HTTP/1.1 ") == 0) r.status = std::atoi(r.raw.c_str() + 9);
   return r;
+}
+
+// A CIM request message around one call, in root/cimv2.
+const std::string kCimv2 = "<LOCALNAMESPACEPATH><NAMESPACE NAME=\"root\"/><NAMESPACE NAME=\"cimv2\"/></LOCALNAMESPACEPATH>";
+std::string cimRequest(const std::string& call) {
+  return "<?xml version=\"1.0\" encoding=\"utf-8\"?><CIM CIMVERSION=\"2.0\" DTDVERSION=\"2.0\"><MESSAGE ID=\"7\" "
+         "PROTOCOLVERSION=\"1.0\"><SIMPLEREQ>" + call + "</SIMPLEREQ></MESSAGE></CIM>";
+}
+std::string imethod(const std::string& name, const std::string& params) {
+  return cimRequest("<IMETHODCALL NAME=\"" + name + "\">" + kCimv2 + params + "</IMETHODCALL>");
 }
 
 Reply httpExchange(int port, const std::string& bytes) {

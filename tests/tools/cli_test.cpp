@@ -52,40 +52,29 @@ Result runCli(const std::vector<std::string>& args, const std::map<std::string, 
 const std::string kSystem =
     R"(Mock_ComputerSystem.CreationClassName="Mock_ComputerSystem",Name="mock-server.example.com")";
 
-class Cli : public ::testing::Test {
-protected:
-    static void SetUpTestSuite() {
-        server_ = startServer({});
-        cimmock::ServerOptions auth;
-        auth.user = "admin";
-        auth.password = "secret";
-        authServer_ = startServer(auth);
-    }
-    static void TearDownTestSuite() {
-        server_.reset();
-        authServer_.reset();
-    }
-    static std::unique_ptr<cimmock::Server> startServer(cimmock::ServerOptions opt) {
+// Servers for the whole program, one open and one that asks admin:secret.
+int serverPort(bool auth) {
+    static std::unique_ptr<cimmock::Server> servers[2];
+    if (!servers[auth]) {
+        cimmock::ServerOptions opt;
         opt.repoDir = cimmock::sampleRepositoryDir();
-        auto s = std::make_unique<cimmock::Server>(opt);
-        std::string err;
-        EXPECT_TRUE(s->start(&err)) << err;
-        return s;
+        if (auth) opt.user = "admin", opt.password = "secret";
+        servers[auth] = std::make_unique<cimmock::Server>(opt);
+        EXPECT_TRUE(servers[auth]->start());
     }
-    // cimxml against the open server, connection first.
-    static Result cli(std::vector<std::string> args, std::map<std::string, std::string> env = {}) {
-        args.insert(args.begin(), {"--port", std::to_string(server_->port())});
-        return runCli(args, env);
-    }
-    static std::unique_ptr<cimmock::Server> server_, authServer_;
-};
-std::unique_ptr<cimmock::Server> Cli::server_, Cli::authServer_;
+    return servers[auth]->port();
+}
+// cimxml against the open server, connection first.
+Result cli(std::vector<std::string> args) {
+    args.insert(args.begin(), {"--port", std::to_string(serverPort(false))});
+    return runCli(args);
+}
 
 bool contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
 
 // Values are typed from the class (property names in any case); text output
 // escapes what it quotes; NULL clears a property.
-TEST_F(Cli, CreateGetModifyDeleteRoundTrip) {
+TEST(Cli, CreateGetModifyDeleteRoundTrip) {
     Result r = cli({"instance", "create", "Mock_AllTypes", "InstanceID=cli:1", "PUint8Array=[1, 2,255]",
                     R"(PStringArray=["x,y", z])", "PBoolean=false", "PSint64=-7", "PReference=" + kSystem,
                     R"(pstring=a <b> & "c", d)", "PUint32=1000"});
@@ -119,7 +108,7 @@ TEST_F(Cli, CreateGetModifyDeleteRoundTrip) {
 
 // Each class of outcome has its exit code: 0 done, 1 CIM error, 2 usage,
 // 3 authentication, 4 connection; a failure says what went wrong.
-TEST_F(Cli, OutcomesHaveTheirExitCodes) {
+TEST(Cli, OutcomesHaveTheirExitCodes) {
     struct Case {
         std::string name;
         std::vector<std::string> args;
@@ -127,8 +116,7 @@ TEST_F(Cli, OutcomesHaveTheirExitCodes) {
         int code;
         std::string message;
     };
-    const std::string port = std::to_string(server_->port());
-    const std::string authPort = std::to_string(authServer_->port());
+    const std::string port = std::to_string(serverPort(false)), authPort = std::to_string(serverPort(true));
     const Case cases[] = {
         {"done", {"--port", port, "instance", "names", "CIM_Processor"}, {{"CIMXML_WIRE", "standard"}}, 0, ""},
         {"url and password", {"instance", "names", "CIM_ObjectManager"},
