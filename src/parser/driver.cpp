@@ -38,8 +38,13 @@ constexpr int kLastEntry = CIMXML_ELEMENT_STACK_SIZE - 1;
 // `top` is an exported variable; never index past the array whatever it holds.
 int liveTop() { return top > kLastEntry ? kLastEntry : top; }
 
+// Names are a few bytes long: a plain loop costs less than the library calls.
 bool sameName(const char* entryName, const char* name) {
-    return std::strncmp(entryName, name, CIMXML_ELEMENT_NAME_SIZE) == 0;
+    for (int i = 0; i < CIMXML_ELEMENT_NAME_SIZE; ++i) {
+        if (entryName[i] != name[i]) return false;
+        if (!name[i]) break;
+    }
+    return true;
 }
 
 // List ends remembered per stack entry; a record rarely fills more than a
@@ -142,8 +147,8 @@ int g_walkDepth = 0;
 
 void copyName(char* out, const char* name) {
     if (!name) name = "";
-    std::size_t n = strnlen(name, kMaxName);
-    std::memcpy(out, name, n);
+    std::size_t n = 0;
+    for (; n < kMaxName && name[n]; ++n) out[n] = name[n];
     out[n] = '\0';
 }
 
@@ -237,6 +242,13 @@ int walkTree(XMLNode* node, XMLDoc* releasing, bool standard) {
     const char* parentName = "";  // kept when a node has no parent
     ElementId parentId = ElementId::None;
     const XMLNode* parentSeen = nullptr;
+    // The elements the walk is inside of, with their ids, so that a parent's
+    // name is not looked up again for each of its children. A slot counts
+    // only while it holds the node's own parent; deeper trees look names up.
+    constexpr int kChain = 64;
+    const XMLNode* chainNode[kChain] = {};
+    ElementId chainId[kChain] = {};
+    int depth = 0;
 
     for (XMLNode* n = node; n;) {
         bool descend = true;
@@ -249,7 +261,8 @@ int walkTree(XMLNode* node, XMLDoc* releasing, bool standard) {
                 if (parentName != n->parent->name) parentName = boundedName(n->parent->name, parentBuf);
                 if (n->parent != parentSeen) {
                     parentSeen = n->parent;
-                    parentId = lookupElement(parentName);
+                    const bool chained = depth > 0 && depth <= kChain && chainNode[depth - 1] == n->parent;
+                    parentId = chained ? chainId[depth - 1] : lookupElement(parentName);
                 }
             }
             void* parentRecord = popEntry(parentName);
@@ -267,12 +280,20 @@ int walkTree(XMLNode* node, XMLDoc* releasing, bool standard) {
             }
             // The parent is closed when its last child is met.
             if (!n->nextSibling && !isCim(name)) removeParentEntry(parentName);
+            if (descend && n->firstChild && depth >= 0 && depth < kChain) {
+                chainNode[depth] = n;
+                chainId[depth] = id;
+            }
         }
         if (descend && n->firstChild) {
             n = n->firstChild;
+            ++depth;
             continue;
         }
-        while (n && !n->nextSibling) n = n->parent;
+        while (n && !n->nextSibling) {
+            n = n->parent;
+            --depth;
+        }
         if (n) n = n->nextSibling;
     }
 
