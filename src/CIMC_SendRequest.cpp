@@ -10,11 +10,13 @@
 #include <sys/time.h>
 #include <unistd.h>
 
+#include <charconv>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <initializer_list>
 
 #include "cimxml/client.h"
 #include "rtlog.h"
@@ -65,10 +67,18 @@ void appendBounded(char* buffer, unsigned int bufferSize, const char* text) {
     std::strncat(buffer, text, bufferSize - used - 1);
 }
 
-// Formats one header line into the scratch buffer and appends it.
-template <typename... Args>
-void appendLine(char* buffer, unsigned int bufferSize, char* scratch, const char* format, Args... args) {
-    if (std::snprintf(scratch, kScratchSize, format, args...) < 0) return;
+// Joins pieces into `out` as snprintf into a buffer of kScratchSize would:
+// cut after kScratchSize - 1 bytes, always terminated.
+void join(char* out, std::initializer_list<const char*> pieces) {
+    std::size_t n = 0;
+    for (const char* piece : pieces)
+        for (; *piece && n < kScratchSize - 1; ++piece) out[n++] = *piece;
+    out[n] = '\0';
+}
+
+// One header line, built in the scratch buffer, then appended.
+void appendLine(char* buffer, unsigned int bufferSize, char* scratch, std::initializer_list<const char*> pieces) {
+    join(scratch, pieces);
     appendBounded(buffer, bufferSize, scratch);
 }
 
@@ -97,22 +107,19 @@ int CIMC_CreateStdHttpHeaders(const char* /*host: no Host header is written*/, i
     if (!buffer || bufferSize == 0) return 0;
     char line[kScratchSize];
     char credentials[kScratchSize];
-    credentials[0] = '\0';
     char encoded[kScratchSize];
+    char length[16];
+    *std::to_chars(length, length + sizeof length - 1, contentLength).ptr = '\0';
 
     // The blanks around the path and before CR LF are deliberate; servers
     // have always been sent exactly this line.
-    appendLine(buffer, bufferSize, line, "%s %s \r\n", "POST", " /cimom HTTP/1.1");
-    appendLine(buffer, bufferSize, line, "%s %s\r\n", "Content-Type:", "application/xml; charset=\"utf-8\"");
-    appendLine(buffer, bufferSize, line, "%s %d\r\n", "Content-Length:", contentLength);
+    appendLine(buffer, bufferSize, line, {"POST", " ", " /cimom HTTP/1.1", " \r\n"});
+    appendLine(buffer, bufferSize, line, {"Content-Type:", " ", "application/xml; charset=\"utf-8\"", "\r\n"});
+    appendLine(buffer, bufferSize, line, {"Content-Length:", " ", length, "\r\n"});
 
-    const char* user = userName ? userName : "";
-    if (password)
-        std::snprintf(credentials, sizeof credentials, "%s:%s", user, password);
-    else
-        std::snprintf(credentials, sizeof credentials, "%s:", user);
+    join(credentials, {userName ? userName : "", ":", password ? password : ""});
     Encode64(encoded, credentials, static_cast<int>(sizeof encoded));
-    appendLine(buffer, bufferSize, line, "%s %s\r\n", "Authorization: Basic", static_cast<const char*>(encoded));
+    appendLine(buffer, bufferSize, line, {"Authorization: Basic", " ", encoded, "\r\n"});
 
     return static_cast<int>(strnlen(buffer, bufferSize));
 }

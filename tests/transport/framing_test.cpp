@@ -32,6 +32,11 @@ TEST(HeaderBlock, ExactLinesAndCredentials) {
     EXPECT_NE(h.find("\r\nContent-Length: 0\r\nAuthorization: Basic YTo=\r\n"), std::string::npos) << h;
     EXPECT_EQ(h.find("Host"), std::string::npos);
     EXPECT_NE(headers(1, nullptr, nullptr).find("Basic Og==\r\n"), std::string::npos);  // ":"
+    // A line longer than the 16 KB scratch is cut there, its CR LF with it.
+    const std::string password(20000, 'x');
+    h = headers(1, "a", password.c_str(), 40000);
+    EXPECT_EQ(h.size() - h.find("Authorization: Basic YTp4eHh4"), 16383u);
+    EXPECT_EQ(h.substr(h.size() - 4), "h4eH");
 }
 
 TEST(HeaderBlock, AppendsToExistingTextAndCutsAtTheBufferSize) {
