@@ -51,6 +51,7 @@ parse_peak_x|peak memory / reply, 50 MB reply|<=|4.0
 tree_heap_x|heap the record tree holds / reply (the floor of peak)|info|
 floor_peak_x|peak of the floor (whole DOM alive) / reply|info|
 getinstance_per_s|GetInstance round trips per second|info|
+getinstance_client_cpu_extra_us|GetInstance client CPU beyond the bare exchange, us per call|info|
 parse_over_pugixml_load|parseXML speed / pugixml copying load|>=|0.15
 enumerate_over_parse|EnumerateInstances end to end / parseXML|<=|1.3'
 
