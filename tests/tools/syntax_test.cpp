@@ -26,7 +26,7 @@ std::string read(const char* input, const char* type) {
   try {
     if (!type) {
       Path p = parsePath(input);
-      EXPECT_EQ(formatPath(parsePath(formatPath(p))), formatPath(p)) << "what is printed reads back the same";
+      EXPECT_EQ(describe(parsePath(formatPath(p))), describe(p)) << "what is printed reads back as the same path";
       return describe(p);
     }
     Value v = parseValue(input, parseType(type));

@@ -154,6 +154,7 @@ private:
         return k;
     }
 
+  public:
     // A quoted key is read as a reference when its text is a path with keys:
     // "Class.Key=..." (optionally with namespace or host).
     static bool looksLikeReference(const std::string& text) {
@@ -164,6 +165,7 @@ private:
         }
     }
 
+  private:
     std::string_view s_;
     size_t i_ = 0;
 };
@@ -287,7 +289,10 @@ std::string formatPath(const Path& path) {
     for (size_t i = 0; i < path.keys.size(); ++i) {
         const Key& k = path.keys[i];
         out += i ? "," : ".";
-        out += k.name + "=";
+        out += k.name;
+        // A string that reads as a path says so, or it would come back a reference.
+        if (k.kind == Key::Kind::String && PathParser::looksLikeReference(k.text)) out += ":string";
+        out += "=";
         switch (k.kind) {
             case Key::Kind::String: out += quote(k.text); break;
             case Key::Kind::Reference: out += quote(k.ref ? formatPath(*k.ref) : ""); break;
