@@ -1,4 +1,5 @@
-// One request/reply exchange against a scripted raw peer.
+// One request/reply exchange against a scripted raw peer, in both wire modes:
+// the exact request bytes, and what each mode makes of the same replies.
 #include <gtest/gtest.h>
 
 #include <sys/socket.h>
@@ -13,15 +14,20 @@
 #include <future>
 #include <sstream>
 #include <string>
+#include <vector>
 
 #include "cimxml/client.h"
 #include "raw_server.h"
 #include "rtlog.h"
+#include "transport/exchange.h"
 #include "transport/seams.h"
 
 namespace {
 
 using namespace cimtest;
+using cimxml::transport::Call;
+using cimxml::transport::Failure;
+using cimxml::transport::Peer;
 
 const char kXml[] = "<?xml version=\"1.0\" encoding=\"utf-8\"?><CIM CIMVERSION=\"2.0\" DTDVERSION=\"2.0\"></CIM>";
 const char kUnset[] = "<unset>";
@@ -34,53 +40,71 @@ std::string xmlBody(std::size_t n) {
     return b;
 }
 
-struct Exchange {
-    int rc = 0;
-    char* body = const_cast<char*>(kUnset);  // untouched unless the call sets it
-    Exchange() = default;
-    Exchange(Exchange&& o) noexcept : rc(o.rc), body(o.body) { o.body = const_cast<char*>(kUnset); }
-    std::string text() const { return body == kUnset ? kUnset : body ? body : "<null>"; }
-    ~Exchange() {
+// "rc|body": the body "<unset>" when the call left it alone, "<null>" when it
+// set it null; a standard-mode failure as "code: description". Runs on its
+// own thread so a hang fails the run at once.
+std::string run(bool standard, int port, int timeoutMs = 2000, const char* user = "u", const char* host = "127.0.0.1") {
+    auto call = std::async(std::launch::async, [&] {
+        char* body = const_cast<char*>(kUnset);
+        Failure failure;
+        int rc = standard ? cimxml::transport::sendStandard(kXml, &body, Peer{host, port, user, "p", timeoutMs}, {},
+                                                            Call{"InvokeMethod", "root/cimv2:C.K=\"a b\""}, &failure)
+                          : CIMSendRequest(kXml, &body, host, port, user, "p", timeoutMs);
+        std::string text = body == kUnset ? kUnset : body ? body : "<null>";
+        if (standard && rc != 0) text = std::string(failure.code) + ": " + failure.description;
         if (body != kUnset) std::free(body);
-    }
-};
-
-// Runs the call on its own thread so a hang fails the run at once.
-void exchange(Exchange& e, int port, const char* host = "127.0.0.1", const char* user = "u", int timeout = 1000) {
-    auto call = std::async(std::launch::async,
-                           [&] { return CIMSendRequest(kXml, &e.body, host, port, user, "p", timeout); });
-    if (call.wait_for(std::chrono::seconds(30)) != std::future_status::ready) {
-        std::fputs("CIMSendRequest hangs\n", stderr);
+        return std::to_string(rc) + "|" + text;
+    });
+    if (call.wait_for(std::chrono::seconds(60)) != std::future_status::ready) {
+        std::fputs("the exchange hangs\n", stderr);
         std::abort();
     }
-    e.rc = call.get();
+    return call.get();
 }
 
-// The exchange with a peer that plays r; stderr is compared when given.
-Exchange against(Reply r, const char* user = "u", const char* stderrText = nullptr) {
+// The outcome against a peer playing r, with what went to stderr.
+std::string against(bool standard, Reply r, int timeoutMs = 2000) {
     RawServer server(std::move(r));
     EXPECT_TRUE(server.start());
-    Exchange e;
-    if (stderrText) ::testing::internal::CaptureStderr();
-    exchange(e, server.port(), "127.0.0.1", user);
-    if (stderrText) {
-        EXPECT_EQ(::testing::internal::GetCapturedStderr(), stderrText);
-    }
-    return e;
+    ::testing::internal::CaptureStderr();
+    std::string got = run(standard, server.port(), timeoutMs);
+    std::string err = ::testing::internal::GetCapturedStderr();
+    return err.empty() ? got : got + " [" + err + "]";
+}
+
+// Long texts compared without printing them whole.
+::testing::AssertionResult sameText(const std::string& got, const std::string& want) {
+    if (got == want) return ::testing::AssertionSuccess();
+    std::size_t at = 0;
+    while (at < got.size() && at < want.size() && got[at] == want[at]) ++at;
+    return ::testing::AssertionFailure() << "got " << got.size() << " bytes, want " << want.size()
+                                         << ", first difference at " << at << ": "
+                                         << got.substr(at > 40 ? at - 40 : 0, 120);
 }
 
 TEST(Exchange, RequestBytesOnTheWire) {
-    RawServer server(okReply(xmlBody(100)));
-    ASSERT_TRUE(server.start());
-    Exchange e;
-    exchange(e, server.port(), "127.0.0.1", "a");
-    EXPECT_EQ(e.rc, 0);
-    EXPECT_EQ(e.text(), xmlBody(100));
-    EXPECT_EQ(server.request(0), "POST  /cimom HTTP/1.1 \r\n"
-                                 "Content-Type: application/xml; charset=\"utf-8\"\r\n"
-                                 "Content-Length: " + std::to_string(std::strlen(kXml) + 1) + "\r\n"
-                                 "Authorization: Basic YTpw\r\n"
-                                 "\n\r" + std::string(kXml));
+    const std::string length = std::to_string(std::strlen(kXml));
+    for (bool standard : {false, true}) {
+        RawServer server(okReply(xmlBody(100)));
+        ASSERT_TRUE(server.start());
+        EXPECT_EQ(run(standard, server.port(), 2000, "a"), "0|" + xmlBody(100));
+        EXPECT_EQ(server.request(0),
+                  standard ? "POST /cimom HTTP/1.1\r\n"
+                             "Host: 127.0.0.1:" + std::to_string(server.port()) + "\r\n"
+                             "Content-Type: application/xml; charset=\"utf-8\"\r\n"
+                             "Content-Length: " + length + "\r\n"
+                             "CIMProtocolVersion: 1.0\r\n"
+                             "CIMOperation: MethodCall\r\n"
+                             "CIMMethod: InvokeMethod\r\n"
+                             "CIMObject: root%2Fcimv2%3AC.K%3D%22a%20b%22\r\n"
+                             "Authorization: Basic YTpw\r\n"
+                             "\r\n" + kXml
+                           : "POST  /cimom HTTP/1.1 \r\n"
+                             "Content-Type: application/xml; charset=\"utf-8\"\r\n"
+                             "Content-Length: " + std::to_string(std::strlen(kXml) + 1) + "\r\n"
+                             "Authorization: Basic YTpw\r\n"
+                             "\n\r" + kXml);
+    }
 }
 
 TEST(Exchange, VeryLongCredentialsAreCutButTheXmlStillFollows) {
@@ -89,9 +113,7 @@ TEST(Exchange, VeryLongCredentialsAreCutButTheXmlStillFollows) {
     r.readRequest = false;  // the cut header block never ends
     RawServer server(r);
     ASSERT_TRUE(server.start());
-    Exchange e;
-    exchange(e, server.port(), "127.0.0.1", user.c_str());
-    EXPECT_EQ(e.rc, 0);
+    EXPECT_EQ(run(false, server.port(), 1000, user.c_str()), "0|" + xmlBody(100));
     const std::size_t headerLength = std::strlen(kXml) + 511;  // bounded by the XML's length + 511
     char encoded[8192];
     Encode64(encoded, (user + ":p").c_str(), sizeof encoded);
@@ -102,7 +124,7 @@ TEST(Exchange, VeryLongCredentialsAreCutButTheXmlStillFollows) {
     EXPECT_EQ(wire.substr(field, headerLength - field), std::string(encoded).substr(0, headerLength - field));
 }
 
-TEST(Exchange, ReceiveTimeOutIsAskedForWithLengthZero) {
+TEST(Exchange, DefaultModeAsksForTheReceiveTimeOutWithLengthZero) {
     static struct { int calls, level, name, result; socklen_t length; timeval value; } seen;
     seen = {};
     auto saved = cimxml::transport::g_setSockOpt;
@@ -113,10 +135,8 @@ TEST(Exchange, ReceiveTimeOutIsAskedForWithLengthZero) {
     };
     RawServer server(okReply(xmlBody(100)));
     ASSERT_TRUE(server.start());
-    Exchange e;
-    exchange(e, server.port(), "127.0.0.1", "u", 2500);
+    EXPECT_EQ(run(false, server.port(), 2500), "0|" + xmlBody(100));
     cimxml::transport::g_setSockOpt = saved;
-    EXPECT_EQ(e.rc, 0);
     EXPECT_EQ(seen.calls, 1);
     EXPECT_EQ(seen.level, SOL_SOCKET);
     EXPECT_EQ(seen.name, SO_RCVTIMEO);
@@ -126,12 +146,12 @@ TEST(Exchange, ReceiveTimeOutIsAskedForWithLengthZero) {
     EXPECT_EQ(seen.result, -1);  // refused, so no time-out is in force
 }
 
-TEST(Exchange, LogsRequestAndResponseWhenLoggingIsOn) {
+TEST(Exchange, DefaultModeLogsRequestAndResponseWhenLoggingIsOn) {
     std::string path = ::testing::TempDir() + "transport_log_" + std::to_string(::getpid());
     std::remove(path.c_str());
     setenv("RT_LOG_LEVEL", "2", 1);
     setenv("RT_LOG_FILE", path.c_str(), 1);
-    Exchange e = against(okReply(xmlBody(64)));
+    EXPECT_EQ(against(false, okReply(xmlBody(64))), "0|" + xmlBody(64));
     unsetenv("RT_LOG_LEVEL");
     unsetenv("RT_LOG_FILE");
     rt_log_init();
@@ -144,99 +164,103 @@ TEST(Exchange, LogsRequestAndResponseWhenLoggingIsOn) {
               std::string::npos) << log.str();
 }
 
-TEST(Exchange, UnusualReplies) {
-    const std::string body = xmlBody(300);
-    const struct { const char* name; Reply reply; int rc; std::string body; const char* err; } cases[] = {
-        {"401 whatever else it holds", reply("HTTP/1.1 401 Unauthorized\r\nContent-Length: 30\r\n\r\n" + body), 401,
-         kUnset, ""},
-        {"no Content-Length", reply("HTTP/1.1 200 OK\r\n\r\n" + body), -1, kUnset, ""},
-        {"no XML declaration: the empty body is the caller's", okReply("<CIM></CIM>"), -1, "", ""},
-        {"negative Content-Length", reply("HTTP/1.1 200 OK\r\nContent-Length: -1\r\n\r\n" + body), -1, "<null>",
-         "src/CIMC_SendRequest 355 could not allocate memory "},
-        {"nothing at all", Reply{}, -1, kUnset, ""},
-        {"more bytes than announced: cut at the length", reply(okResponse(body, -200)), 0, body.substr(0, 100), ""},
+struct Case {
+    std::string name;
+    Reply reply;
+    std::string inDefault, inStandard;
+    int timeoutMs = 2000;
+};
+
+TEST(Exchange, RepliesInBothModes) {
+    const std::string body = xmlBody(300), b78 = xmlBody(78), whole = okResponse(b78);
+    const std::string head = "HTTP/1.1 200 OK\r\nContent-Type: application/xml\r\n";
+    const std::size_t headerEnd = whole.find("\r\n\r\n") + 4;
+    const std::string h100 = "HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\n";
+    Reply slow = okReply(b78);
+    slow.segments[0].delayMs = 800;
+    std::vector<Case> cases = {
+        {"401 whatever else it holds", reply("HTTP/1.1 401 Unauthorized\r\nContent-Length: 30\r\n\r\n" + body),
+         "401|<unset>", "401|: "},
+        {"no length: up to the close", reply("HTTP/1.1 200 OK\r\n\r\n" + body), "-1|<unset>", "0|" + body},
+        {"no XML declaration", okReply("<CIM></CIM>"), "-1|", "0|<CIM></CIM>"},
+        {"negative Content-Length", reply("HTTP/1.1 200 OK\r\nContent-Length: -1\r\n\r\n" + body),
+         "-1|<null> [src/CIMC_SendRequest 355 could not allocate memory ]",
+         "-1|1005: the reply's Content-Length is not a number"},
+        {"nothing at all", Reply{}, "-1|<unset>", "-1|1004: the connection was closed without a reply"},
+        {"more bytes than announced", reply(okResponse(body, -200)), "0|" + body.substr(0, 100),
+         "0|" + body.substr(0, 100)},
+        {"headers, then the body", splitReply(whole, {headerEnd}, 50), "-1|", "0|" + b78},
+        {"every byte its own read",
+         splitReply(whole, {1, 2, 3, 20, 40, headerEnd - 1, headerEnd + 1, headerEnd + 7}, 10), "-1|<unset>",
+         "0|" + b78},
+        {"chunked, with an extension and a trailer",
+         splitReply(head + "Transfer-Encoding: chunked\r\n\r\n10;x=y\r\n" + b78.substr(0, 16) + "\r\n3E\r\n" +
+                        b78.substr(16) + "\r\n0\r\nX-T: 1\r\n\r\n",
+                    {head.size() + 30, head.size() + 45}, 30),
+         "-1|<unset>", "0|" + b78},
+        {"an interim 100 Continue first", reply("HTTP/1.1 100 Continue\r\n\r\n" + whole), "0|" + b78, "0|" + b78},
+        {"closed inside the body", reply(h100 + "0123456789"), "-1|",
+         "-1|1004: the connection was closed after 10 of 100 reply bytes"},
+        {"closed inside the header", reply("HTTP/1.1 200 OK\r\nContent-Le"), "-1|<unset>",
+         "-1|1004: the connection was closed before the reply header was complete"},
+        {"400 with CIMError", reply("HTTP/1.1 400 Bad Request\r\nCIMError: request-not-well-formed\r\n\r\n"),
+         "-1|<unset>", "-1|400: HTTP 400 Bad Request (CIMError: request-not-well-formed)"},
+        {"501, the header name in lower case",
+         reply("HTTP/1.1 501 Not Implemented\r\ncimerror: unsupported-operation\r\nContent-Length: 0\r\n\r\n"),
+         "-1|", "-1|501: HTTP 501 Not Implemented (CIMError: unsupported-operation)"},
+        {"not HTTP", reply("SSH-2.0-OpenSSH\r\n\r\n"), "-1|<unset>", "-1|1005: not an HTTP reply: \"SSH-2.0-OpenSSH\""},
+        {"bad chunk size", reply("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\nzz\r\n"), "-1|<unset>",
+         "-1|1005: the reply has a malformed chunk size"},
+        {"too slow for the time-out", slow, "0|" + b78, "-1|1003: no reply data within 300 ms", 300},
     };
-    for (const auto& c : cases) {
+    // The body split after its first 200 bytes: in the default mode the size
+    // decides whether the rest is waited for.
+    for (const auto& [size, whole] : std::vector<std::pair<std::size_t, bool>>{
+             {300, false}, {512, false}, {513, true}, {2047, true}, {2048, false}, {2049, true}, {70000, true}}) {
+        const std::string b = xmlBody(size), wire = okResponse(b);
+        cases.push_back({"split, " + std::to_string(size), splitReply(wire, {wire.size() - size + 200}, 150),
+                         "0|" + (whole ? b : b.substr(0, 200)), "0|" + b});
+    }
+    // The peer closing, or resetting after 200 ms of silence, inside the body.
+    const std::string b5000 = xmlBody(5000), wire = okResponse(b5000);
+    const std::size_t cut = wire.size() - 5000 + 1000;
+    cases.push_back({"closed early", splitReply(wire.substr(0, cut + 1500), {cut}, 50), "0|" + b5000.substr(0, 2500),
+                     "-1|1004: the connection was closed after 2500 of 5000 reply bytes"});
+    Reply reset = splitReply(wire.substr(0, cut), {cut}, 200);
+    reset.resetAfter = true;
+    cases.push_back({"reset early", reset, "0|" + b5000.substr(0, 1000) + " [ERROR!!! while recv data\n]",
+                     "-1|1004: receiving the reply failed: Connection reset by peer"});
+    for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
-        Exchange e = against(c.reply, "u", c.err);
-        EXPECT_EQ(e.rc, c.rc);
-        EXPECT_EQ(e.text(), c.body);
+        EXPECT_TRUE(sameText(against(false, c.reply, c.timeoutMs), c.inDefault)) << "default";
+        EXPECT_TRUE(sameText(against(true, c.reply, c.timeoutMs), c.inStandard)) << "standard";
+    }
+}
+
+TEST(Exchange, HundredMegabyteBodyArrivesWhole) {
+    const std::string body = xmlBody(100u * 1024 * 1024);
+    for (bool standard : {false, true}) {
+        auto start = std::chrono::steady_clock::now();
+        EXPECT_TRUE(sameText(against(standard, okReply(body)), "0|" + body));
+        EXPECT_LT(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count(), 20.0);
     }
 }
 
 TEST(Exchange, UnreachablePeersFailWithoutCrashing) {
-    int probe = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in a{};
-    a.sin_family = AF_INET;
-    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t len = sizeof a;
-    ASSERT_EQ(::bind(probe, reinterpret_cast<sockaddr*>(&a), sizeof a), 0);
-    ASSERT_EQ(::getsockname(probe, reinterpret_cast<sockaddr*>(&a), &len), 0);
-    int port = ntohs(a.sin_port);
-    ::close(probe);  // nobody listens there now
-
+    int port;
+    {
+        RawServer gone(okReply(kXml));
+        ASSERT_TRUE(gone.start());
+        port = gone.port();
+    }
     EXPECT_EQ(CIMC_TcpConnect("127.0.0.1", port), -1);
     EXPECT_EQ(CIMC_TcpConnect(nullptr, port), -1);
-    for (const char* host : {"127.0.0.1", "localhost", "", static_cast<const char*>(nullptr)}) {
-        Exchange e;
-        exchange(e, port, host);
-        EXPECT_EQ(e.rc, -1) << (host ? host : "(null)");
-        EXPECT_EQ(e.text(), kUnset);
-    }
-    Exchange e;
-    EXPECT_EQ(CIMSendRequest(nullptr, &e.body, "127.0.0.1", port, "u", "p", 1000), -1);
-}
-
-// Long texts compared without printing them whole.
-::testing::AssertionResult sameText(const std::string& got, const std::string& want) {
-    if (got == want) return ::testing::AssertionSuccess();
-    std::size_t at = 0;
-    while (at < got.size() && at < want.size() && got[at] == want[at]) ++at;
-    return ::testing::AssertionFailure() << "got " << got.size() << " bytes, want " << want.size()
-                                         << ", first difference at " << at;
-}
-
-// The body split after its first 200 bytes: the size decides whether the
-// rest is waited for.
-TEST(Exchange, SizeBandsOfABodyInTwoSegments) {
-    const struct { std::size_t size; bool whole; } bands[] = {{300, false},  {512, false},  {513, true}, {2047, true},
-                                                              {2048, false}, {2049, true}, {70000, true}};
-    for (const auto& b : bands) {
-        SCOPED_TRACE(b.size);
-        const std::string body = xmlBody(b.size);
-        const std::string wire = okResponse(body);
-        Exchange e = against(splitReply(wire, {wire.size() - body.size() + 200}, 150));
-        EXPECT_EQ(e.rc, 0);
-        EXPECT_TRUE(sameText(e.text(), b.whole ? body : body.substr(0, 200)));
-    }
-}
-
-TEST(Exchange, PeerClosingOrResettingEarlyEndsWithThePartialBody) {
-    const std::string body = xmlBody(5000);
-    const std::string wire = okResponse(body);
-    const std::size_t cut = wire.size() - body.size() + 1000;
-    Exchange closed = against(splitReply(wire.substr(0, cut + 1500), {cut}, 50));
-    EXPECT_EQ(closed.rc, 0);
-    EXPECT_TRUE(sameText(closed.text(), body.substr(0, 2500)));
-
-    Reply r = splitReply(wire.substr(0, cut), {cut}, 200);  // 200 ms of silence, then RST
-    r.resetAfter = true;
-    Exchange reset = against(r, "u", "ERROR!!! while recv data\n");
-    EXPECT_EQ(reset.rc, 0);
-    EXPECT_TRUE(sameText(reset.text(), body.substr(0, 1000)));
-}
-
-TEST(Exchange, HundredMegabyteBodyArrivesWhole) {
-    const std::size_t size = 100u * 1024 * 1024;
-    Reply r = reply(okResponse(xmlBody(size)));
-    auto start = std::chrono::steady_clock::now();
-    Exchange e = against(std::move(r));
-    auto seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    EXPECT_EQ(e.rc, 0);
-    ASSERT_TRUE(e.body != kUnset && e.body);
-    EXPECT_EQ(std::strlen(e.body), size);
-    EXPECT_EQ(std::memcmp(e.body, xmlBody(size).data(), size), 0);
-    EXPECT_LT(seconds, 20.0);
+    for (const char* host : {"127.0.0.1", "localhost", "", static_cast<const char*>(nullptr)})
+        EXPECT_EQ(run(false, port, 1000, "u", host), "-1|<unset>") << (host ? host : "(null)");
+    EXPECT_EQ(run(true, port), "-1|1001: cannot connect to 127.0.0.1 port " + std::to_string(port) +
+                                   ": Connection refused");
+    char* body = nullptr;
+    EXPECT_EQ(CIMSendRequest(nullptr, &body, "127.0.0.1", port, "u", "p", 1000), -1);
 }
 
 }  // namespace
