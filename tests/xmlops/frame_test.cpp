@@ -1,5 +1,7 @@
 // The operation frame against canned replies: what is taken from unusual
-// answers, what reaches errorOut, and that nothing is sent without a handle.
+// answers, what reaches errorOut, and that nothing is sent without a handle;
+// in the standard wire mode, the Error record of every failure and the
+// replies only that mode reads.
 #include <gtest/gtest.h>
 
 #include <functional>
@@ -26,9 +28,11 @@ const std::string kInstanceName =
     "<INSTANCENAME CLASSNAME=\"C\"><KEYBINDING NAME=\"K\"><KEYVALUE VALUETYPE=\"string\">v</KEYVALUE></KEYBINDING>"
     "</INSTANCENAME>";
 
+std::string returning(const std::string& inner) { return intrinsic("<IRETURNVALUE>" + inner + "</IRETURNVALUE>"); }
+
 // Runs one call against a server that answers with the given body.
-void withReply(const std::string& body, const std::function<void(ClientHandle*, Error**)>& run) {
-    callAgainst(cimtest::okReply(body), run);
+void withReply(const std::string& body, const std::function<void(ClientHandle*, Error**)>& run, bool standard = false) {
+    callAgainst(cimtest::okReply(body), run, standard);
 }
 
 TEST(Frame, NoHandleSendsNothingAndLeavesErrorOutAlone) {
@@ -137,6 +141,94 @@ TEST(Frame, MethodResponseShapes) {
         EXPECT_EQ(out, nullptr);
     });
     Free_InstanceName(target);
+}
+
+TEST(Standard, EveryFailureReachesErrorOut) {
+    InstanceName* name = processor("CPU0");
+    auto* modified = make<NamedInstance>();
+    modified->instanceName = processor("CPU0");
+    using Call = std::function<void(ClientHandle*, Error**)>;
+    const std::pair<const char*, Call> calls[] = {
+        {"ModifyInstance", [&](auto h, auto e) { EXPECT_EQ(ModifyInstance(h, modified, 2, nullptr, e), nullptr); }},
+        {"DeleteInstance", [&](auto h, auto e) { EXPECT_EQ(DeleteInstance(h, name, e), nullptr); }},
+        {"invokeMethod", [&](auto h, auto e) { EXPECT_EQ(invokeMethod(h, name, "M", nullptr, nullptr, e), -1); }},
+    };
+    const struct {
+        const char* name;
+        cimtest::Reply reply;
+        std::string want;
+    } replies[] = {
+        {"closed early", cimtest::reply("HTTP/1.1 200 OK\r\nContent-Length: 50\r\n\r\n<?xml"),
+         "1004:the connection was closed after 5 of 50 reply bytes"},
+        {"refused", cimtest::reply("HTTP/1.1 400 Bad Request\r\nCIMError: request-not-valid\r\n\r\n"),
+         "400:HTTP 400 Bad Request (CIMError: request-not-valid)"},
+        {"not CIM-XML", cimtest::okReply("<html>busy</html>"),
+         "1007:the reply is not a CIM-XML response (no MESSAGE with a SIMPLERSP)"},
+    };
+    for (const auto& [op, call] : calls) {
+        for (const auto& r : replies) {
+            SCOPED_TRACE(std::string(op) + ", " + r.name);
+            callAgainst(r.reply, [&](auto h, auto e) {
+                call(h, e);
+                EXPECT_EQ(takeError(e), r.want);
+            }, true);
+        }
+    }
+    Free_InstanceName(name);
+    Free_NamedInstance(modified);
+}
+
+TEST(Standard, PathsAreReadInEveryFormAndNullsStayNull) {
+    const std::string path = "<OBJECTPATH><INSTANCEPATH><NAMESPACEPATH><HOST>h</HOST><LOCALNAMESPACEPATH>"
+                             "<NAMESPACE NAME=\"root\"/><NAMESPACE NAME=\"cimv2\"/></LOCALNAMESPACEPATH>"
+                             "</NAMESPACEPATH><INSTANCENAME CLASSNAME=\"A\"/></INSTANCEPATH></OBJECTPATH>";
+    const std::string bare = "<INSTANCENAME CLASSNAME=\"B\"/><INSTANCENAME CLASSNAME=\"C\"/>";
+    ObjectName* target = objectName(processor("CPU0"));
+    const struct {
+        const char* name;
+        std::string reply;
+        const char* want;  // class of each path, '@' marking one with a host
+    } cases[] = {
+        {"ReferenceNames, OBJECTPATHs", path + path, "A@ A@ "},
+        {"ReferenceNames, bare names", bare, "B C "},
+        {"AssociatorNames, bare names", bare, "B C "},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        withReply(returning(c.reply), [&](auto h, auto e) {
+            ObjectPath* got = c.name[0] == 'R' ? ReferenceNames(h, target, nullptr, nullptr, e)
+                                               : AssociatorNames(h, target, nullptr, nullptr, nullptr, nullptr, e);
+            std::string seen;
+            for (const ObjectPath* p = got; p; p = p->next) {
+                const InstancePath* ip = p->instancePath;
+                seen += ip && ip->instanceName && ip->instanceName->className ? ip->instanceName->className->name : "?";
+                seen += ip && ip->namespacePath && ip->namespacePath->host ? "@ " : " ";
+            }
+            EXPECT_EQ(seen, c.want);
+            Free_ObjectPath(got);
+        }, true);
+    }
+    // Indented, with a null array element and an embedded instance as escaped text.
+    withReply(returning("\n  <INSTANCE CLASSNAME=\"A\">\n    <PROPERTY NAME=\"P\" TYPE=\"string\">\n"
+                        "      <VALUE>x</VALUE>\n    </PROPERTY>\n    <PROPERTY.ARRAY NAME=\"Q\" "
+                        "TYPE=\"uint8\">\n      <VALUE.ARRAY>\n        <VALUE>1</VALUE>\n"
+                        "        <VALUE.NULL/>\n        <VALUE>3</VALUE>\n      </VALUE.ARRAY>\n"
+                        "    </PROPERTY.ARRAY>\n    <PROPERTY NAME=\"E\" TYPE=\"string\" EmbeddedObject=\"instance\"><VALUE>"
+                        "&lt;INSTANCE CLASSNAME=&quot;In&quot;&gt;&lt;/INSTANCE&gt;</VALUE></PROPERTY>\n"
+                        "  </INSTANCE>\n"), [&](auto h, auto e) {
+        Instance* got = GetInstance(h, target->instanceName, 2, 2, 2, nullptr, e);
+        ASSERT_NE(got, nullptr);
+        EXPECT_EQ(text(got, "P"), "x");
+        ASSERT_NE(got->propertyArrays, nullptr);
+        std::string values;
+        for (const Value* v = got->propertyArrays->valueArray->value; v; v = v->next) values += v->value ? v->value : "NULL";
+        EXPECT_EQ(values, "1NULL3");
+        const Property* p = named(got->properties, "E");  // read as a CDATA instance is
+        ASSERT_TRUE(p && p->value && p->value->instance && p->value->instance->className);
+        EXPECT_STREQ(p->value->instance->className->name, "In");
+        Free_Instance(got);
+    }, true);
+    Free_ObjectName(target);
 }
 
 }  // namespace

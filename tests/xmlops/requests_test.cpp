@@ -1,21 +1,24 @@
 // The exact bytes each operation puts on the socket (header block and body),
-// compared with the files in data/. Run with XMLOPS_UPDATE=1 to rewrite them
-// after a deliberate change, and review the diff.
+// compared with the files in data/ (data/standard/ for the standard wire
+// mode). Run with XMLOPS_UPDATE=1 to rewrite them after a deliberate change,
+// and review the diff.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <functional>
 #include <sstream>
 #include <string>
 
+#include "XMLParser.h"
 #include "peer_call.h"
 
 namespace {
 
 using namespace opt;
 
-TEST(Requests, EachOperationSendsItsRecordedBytes) {
+TEST(Requests, EachOperationSendsItsRecordedBytesAsWellFormedXml) {
     ClassName* processorClass = className("CIM_Processor");
     ClassName* device = className("CIM_LogicalDevice");
     InstanceName* cpu0 = processor("CPU0");
@@ -34,6 +37,22 @@ TEST(Requests, EachOperationSendsItsRecordedBytes) {
     InstanceName* system = computerSystem();
     system->next = processor("CPU0");  // only the first node names the target
     InstanceName* allTypes = instanceName("Mock_AllTypes", {});
+    // For the standard mode: a key's CIMTYPE, text to escape, an embedded instance.
+    InstanceName* typedCpu0 = processor("CPU0");
+    typedCpu0->keyBindings->next->keyValue->cimType = s("string");
+    auto* escaped = make<Instance>();
+    escaped->className = className("Mock_Settings");
+    escaped->properties = property("Mode", "a<b & \"c\"", "string", property("Level", "2", "uint32"));
+    Property* embedded = property("Embedded", nullptr, "string");
+    embedded->value->embedded = 1;
+    embedded->value->instance = make<Instance>();
+    embedded->value->instance->className = className("Mock_Inner");
+    embedded->value->instance->properties = property("Note", "x<y", "string");
+    escaped->properties->next->next = embedded;
+    InstanceName* quoted = computerSystem();
+    std::free(quoted->keyBindings->next->keyValue->value);
+    quoted->keyBindings->next->keyValue->value = s("say \"hi\"");
+    ParamValue* inEscaped = param("S", "hi & bye", "string");
 
     using Call = std::function<void(ClientHandle*, Error**)>;
     const std::pair<const char*, Call> cases[] = {
@@ -60,6 +79,12 @@ TEST(Requests, EachOperationSendsItsRecordedBytes) {
         {"reference_names", [&](auto h, auto e) { ReferenceNames(h, cpu, assoc, "PartComponent", e); }},
         {"invoke_method_instance", [&](auto h, auto e) { invokeMethod(h, system, "SetElementName", in, nullptr, e); }},
         {"invoke_method_class", [&](auto h, auto e) { invokeMethod(h, allTypes, "Echo", in, nullptr, e); }},
+        {"standard/get_instance", [&](auto h, auto e) { GetInstance(h, typedCpu0, 0, 1, 0, nullptr, e); }},
+        {"standard/associator_names", [&](auto h, auto e) {
+             AssociatorNames(h, cpu, assoc, nullptr, "PartComponent", nullptr, e); }},
+        {"standard/create_instance", [&](auto h, auto e) { CIM_CreateInstance(h, escaped, e); takeError(e); }},
+        {"standard/invoke_method", [&](auto h, auto e) {
+             invokeMethod(h, quoted, "SetElementName", inEscaped, nullptr, e); takeError(e); }},
     };
     const std::string emptyReturn =
         "<?xml version=\"1.0\" encoding=\"utf-8\"?><CIM CIMVERSION=\"2.0\" DTDVERSION=\"2.0\">"
@@ -67,25 +92,27 @@ TEST(Requests, EachOperationSendsItsRecordedBytes) {
         "</IMETHODRESPONSE></SIMPLERSP></MESSAGE></CIM>";
     for (const auto& [name, call] : cases) {
         SCOPED_TRACE(name);
-        const std::string sent = callAgainst(cimtest::okReply(emptyReturn), call);
+        const std::string sent = callAgainst(cimtest::okReply(emptyReturn), call, !std::strncmp(name, "standard/", 9));
         const std::string path = std::string(XMLOPS_DATA_DIR) + "/" + name + ".request";
         if (std::getenv("XMLOPS_UPDATE")) std::ofstream(path, std::ios::binary) << sent;
         std::stringstream want;
         want << std::ifstream(path, std::ios::binary).rdbuf();
         EXPECT_EQ(sent, want.str());
+        XMLParseContext context{};
+        XMLDoc* doc = parseText(&context, sent.c_str() + sent.find("<?xml"));
+        EXPECT_NE(doc, nullptr) << getErrorText(&context);
+        freeXMLDoc(doc);
     }
     EXPECT_NE(system->next, nullptr);  // the caller's records stay as they were
-    Free_ClassName(processorClass);
-    Free_ClassName(device);
-    Free_InstanceName(cpu0);
+    EXPECT_NE(embedded->value->instance->properties, nullptr);
+    for (ClassName* c : {processorClass, device, assoc, result}) Free_ClassName(c);
+    for (InstanceName* n : {cpu0, system, allTypes, typedCpu0, quoted}) Free_InstanceName(n);
     Free_ObjectName(cpu);
-    Free_ClassName(assoc);
-    Free_ClassName(result);
     Free_ParamValue(in);
+    Free_ParamValue(inEscaped);
     Free_Instance(created);
+    Free_Instance(escaped);
     Free_NamedInstance(modified);
-    Free_InstanceName(system);
-    Free_InstanceName(allTypes);
 }
 
 }  // namespace
