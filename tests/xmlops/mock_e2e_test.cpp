@@ -1,5 +1,7 @@
-// Every entry point over HTTP against the mock object manager: the record
-// trees that come back are compared with the mock's repository.
+// Entry points over HTTP against the mock object manager, checked against its
+// repository: classes, query, methods and failures. The instance and
+// association operations are compared with the local back end by the
+// scenario suite.
 #include <gtest/gtest.h>
 
 #include <functional>
@@ -41,26 +43,6 @@ protected:
     cimmock::Repository& repo() { return server_->repository(); }
     Names want(const std::vector<std::string>& names) { return Names(names.begin(), names.end()); }
 
-    // The properties of a returned instance against the repository's.
-    void expectSameAsRepository(const Instance* got, const cimmock::Instance& want) {
-        ASSERT_TRUE(got && got->className);
-        EXPECT_STREQ(got->className->name, want.className.c_str());
-        for (const cimmock::Property& p : want.properties) {
-            SCOPED_TRACE(p.name);
-            if (p.type == cimmock::Type::Reference || !p.embeddedClass().empty()) continue;
-            if (!p.isArray) {
-                EXPECT_EQ(text(got, p.name.c_str()), p.value.isNull || p.value.texts.empty() ? "<null>" : p.value.texts[0]);
-                continue;
-            }
-            const PropertyArray* a = named(got->propertyArrays, p.name.c_str());
-            ASSERT_NE(a, nullptr);
-            std::vector<std::string> texts;
-            for (const Value* v = a->valueArray ? a->valueArray->value : nullptr; v; v = v->next)
-                texts.push_back(v->value ? v->value : "");
-            EXPECT_EQ(texts, p.value.isNull ? std::vector<std::string>{} : p.value.texts);
-        }
-    }
-
     std::unique_ptr<cimmock::Server> server_;
     ClientHandle* handle_ = nullptr;
     Error* error_ = nullptr;
@@ -100,49 +82,16 @@ TEST_F(MockCimom, ClassesMatchTheRepository) {
     Free_Class(cls);
 }
 
-// Every type, arrays, the embedded instance and the reference; the
-// enumerations are compared with the local back end by the scenario suite.
-TEST_F(MockCimom, InstanceMatchesTheRepository) {
+// The embedded instance, whose content the scenario suite leaves out when it
+// compares every operation with the local back end.
+TEST_F(MockCimom, EmbeddedInstanceIsReadWhole) {
     InstanceName* all = instanceName("Mock_AllTypes", {{"InstanceID", "mock:alltypes:1"}});
     Instance* inst = GetInstance(handle_, all, 0, 0, 0, nullptr, &error_);
-    expectSameAsRepository(inst, *repo().findInstance(
-                                     kNs, cimmock::ObjectPath::parse("Mock_AllTypes.InstanceID=\"mock:alltypes:1\"")));
-    const Property* embedded = named(inst->properties, "PEmbedded");
+    const Property* embedded = named(inst ? inst->properties : nullptr, "PEmbedded");
     ASSERT_TRUE(embedded && embedded->value && embedded->value->instance);
     EXPECT_EQ(text(embedded->value->instance, "Mode"), "performance");
-    const PropertyReference* ref = named(inst->propertyReferences, "PReference");
-    ASSERT_TRUE(ref && ref->valueReference && ref->valueReference->instancePath);
-    EXPECT_EQ(key(ref->valueReference->instancePath->instanceName, "Name"), "mock-server.example.com");
     Free_Instance(inst);
     Free_InstanceName(all);
-}
-
-TEST_F(MockCimom, AssociationsBothWays) {
-    ObjectName* system = objectName(computerSystem());
-    ObjectName* cpu = objectName(processor("CPU0"));
-    ClassName* assoc = className("CIM_SystemDevice");
-    ObjectWithPath* devices =
-        Associators(handle_, system, assoc, nullptr, "GroupComponent", "PartComponent", 2, 2, nullptr, &error_);
-    Names ids;
-    for (const ObjectWithPath* o = devices; o; o = o->next) {
-        ASSERT_TRUE(o->instancePath && o->instance);
-        ids.insert(key(o->instancePath->instanceName, "DeviceID"));
-        EXPECT_EQ(text(o->instance, "DeviceID"), key(o->instancePath->instanceName, "DeviceID"));
-    }
-    EXPECT_EQ(ids, (Names{"CPU0", "CPU1", "disk0", "disk1", "eth0", "eth1"}));
-    ObjectWithPath* refs = References(handle_, cpu, assoc, "PartComponent", 2, 2, nullptr, &error_);
-    ASSERT_EQ(count(refs), 1);
-    EXPECT_STREQ(refs->instance->className->name, "CIM_SystemDevice");
-    EXPECT_EQ(count(refs->instance->propertyReferences), 2);
-    EXPECT_EQ(References(handle_, cpu, nullptr, "GroupComponent", 2, 2, nullptr, &error_), nullptr);
-    // A standard server answers ReferenceNames with OBJECTPATHs, which this
-    // client does not take: NULL without an error.
-    EXPECT_EQ(ReferenceNames(handle_, system, assoc, nullptr, &error_), nullptr);
-    Free_ObjectWithPath(devices);
-    Free_ObjectWithPath(refs);
-    Free_ObjectName(system);
-    Free_ObjectName(cpu);
-    Free_ClassName(assoc);
 }
 
 TEST_F(MockCimom, QueryAndMethods) {
