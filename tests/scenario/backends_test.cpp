@@ -6,8 +6,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdint>
-#include <cstring>
 #include <functional>
 #include <memory>
 #include <regex>
@@ -19,72 +17,16 @@
 #include "cimxml/client.h"
 #include "cimxml/lifecycle.h"
 #include "../xmlops/records.h"
-#include "model/record_table.h"
 
 namespace {
 
 using namespace opt;
-using cimxml::model::FieldKind;
-using cimxml::model::RecordId;
 
 const char* const kNs = "root/cimv2";
 
 enum Backend { kHttp = 0, kLocal = 1 };
 enum Wire { kDefaultWire = 0, kStandardWire = 1 };
 using Mode = std::tuple<Wire, Backend>;
-
-// A record tree as "path = value" lines through the record table, so that two
-// trees compare field by field and a difference names its field. Lists of
-// named members are keyed by name ("properties[Caption]"), so that a member
-// one tree lacks does not shift the others; other lists by position.
-const char* memberName(RecordId id, const char* node) {
-    switch (id) {
-        case RecordId::Property: return reinterpret_cast<const Property*>(node)->name;
-        case RecordId::PropertyArray: return reinterpret_cast<const PropertyArray*>(node)->name;
-        case RecordId::PropertyReference: return reinterpret_cast<const PropertyReference*>(node)->name;
-        case RecordId::KeyBinding: return reinterpret_cast<const KeyBinding*>(node)->name;
-        case RecordId::ParamValue: return reinterpret_cast<const ParamValue*>(node)->name;
-        default: return nullptr;
-    }
-}
-
-void dumpRecord(RecordId id, const char* node, const std::string& path, std::vector<std::string>& out) {
-    const auto& desc = cimxml::model::describe(id);
-    for (int index = 0; node; ++index) {
-        const char* key = memberName(id, node);
-        const std::string at = !desc.isList ? path : path + "[" + (key ? key : std::to_string(index)) + "]";
-        for (std::uint8_t i = 0; i < desc.fieldCount; ++i) {
-            const auto& f = desc.fields[i];
-            const char* field = node + f.offset;
-            const std::string name = at + "." + f.name;
-            std::int16_t n16 = 0;
-            std::int32_t n32 = 0;
-            if (f.kind == FieldKind::Record) {
-                if (const char* child = *reinterpret_cast<char* const*>(field)) dumpRecord(f.child, child, name, out);
-            } else if (f.kind == FieldKind::Int16 || f.kind == FieldKind::Int32) {
-                if (f.kind == FieldKind::Int16) std::memcpy(&n16, field, sizeof n16), n32 = n16;
-                else std::memcpy(&n32, field, sizeof n32);
-                if (n32) out.push_back(name + " = " + std::to_string(n32));
-            } else if (f.kind != FieldKind::Borrowed && f.kind != FieldKind::Next) {
-                if (const char* text = *reinterpret_cast<char* const*>(field)) out.push_back(name + " = \"" + text + "\"");
-            }
-        }
-        node = desc.isList ? *reinterpret_cast<char* const*>(node + desc.nextOffset) : nullptr;
-    }
-}
-
-template <typename T>
-std::vector<std::string> dump(const T* record) {
-    std::vector<std::string> out;
-    dumpRecord(cimxml::model::RecordIdOf<T>::value, reinterpret_cast<const char*>(record), "", out);
-    return out;
-}
-
-std::string joined(const std::vector<std::string>& lines) {
-    std::string s;
-    for (const auto& l : lines) s += l + "\n";
-    return s;
-}
 
 // What an instance holds decides which known differences show: null
 // properties, arrays of types the broker does not name, references, odd
@@ -227,14 +169,6 @@ std::unique_ptr<cimmock::Server> Backends::server_[2];
 
 std::string modeName(const ::testing::TestParamInfo<Mode>& info) {
     return std::string(std::get<0>(info.param) ? "Standard" : "Default") + (std::get<1>(info.param) ? "Local" : "Http");
-}
-
-// One call's record tree as dump lines; the tree is freed.
-template <typename T>
-std::vector<std::string> taken(T* record, int (*release)(T*)) {
-    std::vector<std::string> lines = dump(record);
-    release(record);
-    return lines;
 }
 
 ParamValue* arrayParam(const char* name, const char* type, std::initializer_list<const char*> items, ParamValue* next) {

@@ -1,17 +1,25 @@
 // Record builders and readers for the operation tests. Records are calloc'd
 // and strings strdup'd as the library's own builders make them, so the Free_
-// functions release them and the sanitizer build sees any leak.
+// functions release them and the sanitizer build sees any leak. A whole
+// record tree is read as "path = value" lines, compared with a file in data/
+// where a test has one.
 #pragma once
 
+#include <gtest/gtest.h>
 #include <strings.h>
 
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <initializer_list>
+#include <sstream>
 #include <string>
+#include <vector>
 
 #include "cimxml/client.h"
 #include "cimxml/lifecycle.h"
+#include "model/record_table.h"
 
 namespace opt {
 
@@ -107,5 +115,85 @@ inline std::string takeError(Error** slot) {
     *slot = nullptr;
     return out;
 }
+
+using cimxml::model::FieldKind;
+using cimxml::model::RecordId;
+
+// A record tree as "path = value" lines through the record table, so that two
+// trees compare field by field and a difference names its field. Lists of
+// named members are keyed by name ("properties[Caption]"), so that a member
+// one tree lacks does not shift the others; other lists by position.
+inline const char* memberName(RecordId id, const char* node) {
+    switch (id) {
+        case RecordId::Property: return reinterpret_cast<const Property*>(node)->name;
+        case RecordId::PropertyArray: return reinterpret_cast<const PropertyArray*>(node)->name;
+        case RecordId::PropertyReference: return reinterpret_cast<const PropertyReference*>(node)->name;
+        case RecordId::KeyBinding: return reinterpret_cast<const KeyBinding*>(node)->name;
+        case RecordId::ParamValue: return reinterpret_cast<const ParamValue*>(node)->name;
+        default: return nullptr;
+    }
+}
+
+inline void dumpRecord(RecordId id, const char* node, const std::string& path, std::vector<std::string>& out) {
+    const auto& desc = cimxml::model::describe(id);
+    for (int index = 0; node; ++index) {
+        const char* key = memberName(id, node);
+        const std::string at = !desc.isList ? path : path + "[" + (key ? key : std::to_string(index)) + "]";
+        for (std::uint8_t i = 0; i < desc.fieldCount; ++i) {
+            const auto& f = desc.fields[i];
+            const char* field = node + f.offset;
+            const std::string name = at + "." + f.name;
+            std::int16_t n16 = 0;
+            std::int32_t n32 = 0;
+            if (f.kind == FieldKind::Record) {
+                if (const char* child = *reinterpret_cast<char* const*>(field)) dumpRecord(f.child, child, name, out);
+            } else if (f.kind == FieldKind::Int16 || f.kind == FieldKind::Int32) {
+                if (f.kind == FieldKind::Int16) std::memcpy(&n16, field, sizeof n16), n32 = n16;
+                else std::memcpy(&n32, field, sizeof n32);
+                if (n32) out.push_back(name + " = " + std::to_string(n32));
+            } else if (f.kind != FieldKind::Borrowed && f.kind != FieldKind::Next) {
+                if (const char* text = *reinterpret_cast<char* const*>(field)) out.push_back(name + " = \"" + text + "\"");
+            }
+        }
+        node = desc.isList ? *reinterpret_cast<char* const*>(node + desc.nextOffset) : nullptr;
+    }
+}
+
+template <typename T>
+std::vector<std::string> dump(const T* record) {
+    std::vector<std::string> out;
+    dumpRecord(cimxml::model::RecordIdOf<T>::value, reinterpret_cast<const char*>(record), "", out);
+    return out;
+}
+
+// One call's record tree as dump lines; the tree is freed.
+template <typename T>
+std::vector<std::string> taken(T* record, int (*release)(T*)) {
+    std::vector<std::string> lines = dump(record);
+    release(record);
+    return lines;
+}
+
+inline std::string joined(const std::vector<std::string>& lines) {
+    std::string s;
+    for (const auto& l : lines) s += l + "\n";
+    return s;
+}
+
+#ifdef XMLOPS_DATA_DIR
+// `got` against the file data/<name>; XMLOPS_UPDATE=1 rewrites the file after
+// a deliberate change (review the diff).
+inline void expectGolden(const std::string& name, const std::string& got) {
+    const std::string path = std::string(XMLOPS_DATA_DIR) + "/" + name;
+    if (std::getenv("XMLOPS_UPDATE")) std::ofstream(path, std::ios::binary) << got;
+    std::stringstream want;
+    want << std::ifstream(path, std::ios::binary).rdbuf();
+    EXPECT_EQ(got, want.str()) << path;
+}
+template <typename T>
+void expectTree(const std::string& name, const T* record) {
+    expectGolden("trees/" + name + ".tree", joined(dump(record)));
+}
+#endif
 
 }  // namespace opt
