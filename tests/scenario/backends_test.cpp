@@ -212,6 +212,8 @@ TEST_P(Backends, EveryOperationGivesTheSameTree) {
     ObjectNamePtr target = ObjectNamePtr(objectName(computerSystem()));
     ClassName* assoc = className("CIM_SystemDevice");
     ParamValue* in = echoArguments();
+    InstanceName* missing = instanceName("Mock_AllTypes", {{"InstanceID", "no such instance"}});
+    ClassName* unknown = className("No_Such_Class");
     using Tree = std::vector<std::string>;
     const struct {
         const char* name;
@@ -243,72 +245,45 @@ TEST_P(Backends, EveryOperationGivesTheSameTree) {
              ParamValue* out = nullptr;
              EXPECT_EQ(invokeMethod(h, cls, "Echo", in, &out, e), 0);
              return taken(out, Free_ParamValue); }},
+        {"ReferenceNames", kPlain, [&](auto h, auto e) {
+             ObjectPath* got = ReferenceNames(h, target.get(), nullptr, nullptr, e);
+             if (wire() == kStandardWire) return taken(got, Free_ObjectPath);
+             // Default mode wraps the reply's bare names in one ObjectPath (the
+             // frame tests pin that), the local back end gives one per name: the
+             // names agree.
+             Tree names;
+             int n = 0;
+             for (ObjectPath* p = got; p; p = p->next, ++n)
+                 for (auto& line : dump(p->instancePath->instanceName))
+                     names.push_back(h == handle_[kHttp] ? line : "[" + std::to_string(n) + "]" + line.substr(3));
+             Free_ObjectPath(got);
+             return names; }},
+        // Errors: the two mocks word a missing path differently (the broker's
+        // carries its namespace); both give code 6 and name the instance.
+        {"GetInstance, missing", kPlain, [&](auto h, auto e) {
+             EXPECT_EQ(GetInstance(h, missing, 0, 0, 0, nullptr, e), nullptr);
+             const std::string error = takeError(e);
+             return Tree{error.substr(0, 2), std::to_string(error.find("Mock_AllTypes.InstanceID=\"no such instance\"") !=
+                                                            std::string::npos)}; }},
+        {"EnumerateInstances, unknown class", kPlain, [&](auto h, auto e) {
+             EXPECT_EQ(EnumerateInstances(h, unknown, 0, 1, 0, 0, nullptr, e), nullptr);
+             return Tree{takeError(e)}; }},
+        {"invokeMethod, failing", kPlain, [&](auto h, auto e) {
+             ParamValue* out = nullptr;
+             EXPECT_EQ(invokeMethod(h, cls, "Fail", nullptr, &out, e), -1);
+             EXPECT_EQ(out, nullptr);
+             return Tree{takeError(e)}; }},
     };
     for (const auto& op : ops) {
         SCOPED_TRACE(op.name);
         Tree got[2];
         for (int b : {kHttp, kLocal}) got[b] = op.call(handle_[b], &error_[b]);
-        ASSERT_FALSE(got[kHttp].empty());
+        ASSERT_FALSE(got[kHttp].empty() || got[kHttp][0].empty());
         expectSameTrees(got[kHttp], got[kLocal], op.content);
     }
-    for (ClassName* c : {system, device, allTypes, assoc}) Free_ClassName(c);
-    for (InstanceName* n : {first, second, computer, cls}) Free_InstanceName(n);
+    for (ClassName* c : {system, device, allTypes, assoc, unknown}) Free_ClassName(c);
+    for (InstanceName* n : {first, second, computer, cls, missing}) Free_InstanceName(n);
     Free_ParamValue(in);
-}
-
-TEST_P(Backends, ReferenceNamesGiveTheSameNamesInAnotherWrapping) {
-    ObjectNamePtr system = ObjectNamePtr(objectName(computerSystem()));
-    ObjectPath* got[2];
-    for (int b : {kHttp, kLocal}) got[b] = ReferenceNames(handle_[b], system.get(), nullptr, nullptr, &error_[b]);
-    ASSERT_TRUE(got[kHttp] && got[kLocal]);
-    if (wire() == kStandardWire) {
-        // Standard mode reads OBJECTPATH replies: one ObjectPath per name with
-        // its namespace path, as the local back end gives.
-        expectSameTrees(dump(got[kHttp]), dump(got[kLocal]));
-    } else {
-        // Default mode wraps the reply's bare instance names in one ObjectPath
-        // without a namespace path. The names themselves agree.
-        EXPECT_EQ(got[kHttp]->next, nullptr);
-        EXPECT_EQ(got[kHttp]->instancePath->namespacePath, nullptr);
-        std::vector<std::string> local;
-        int n = 0;
-        for (ObjectPath* p = got[kLocal]; p; p = p->next, ++n) {
-            ASSERT_NE(p->instancePath->namespacePath, nullptr);
-            for (auto& line : dump(p->instancePath->instanceName))
-                local.push_back("[" + std::to_string(n) + "]" + line.substr(3));
-        }
-        EXPECT_GT(n, 1);
-        EXPECT_EQ(joined(dump(got[kHttp]->instancePath->instanceName)), joined(local));
-    }
-    for (int b : {kHttp, kLocal}) Free_ObjectPath(got[b]);
-}
-
-TEST_P(Backends, ErrorsCarryTheSameCodeAndDescription) {
-    InstanceName* missing = instanceName("Mock_AllTypes", {{"InstanceID", "no such instance"}});
-    ClassName* unknown = className("No_Such_Class");
-    InstanceName* cls = instanceName("Mock_AllTypes", {});
-    std::string unknownClass[2], failed[2];
-    for (int b : {kHttp, kLocal}) {
-        EXPECT_EQ(GetInstance(handle_[b], missing, 0, 0, 0, nullptr, &error_[b]), nullptr);
-        // The two mocks word the path differently (the broker's carries its
-        // namespace); both name the missing instance.
-        const std::string e = takeError(&error_[b]);
-        EXPECT_EQ(e.rfind("6:", 0), 0u) << e;
-        EXPECT_NE(e.find("Mock_AllTypes.InstanceID=\"no such instance\""), std::string::npos) << e;
-        EXPECT_EQ(EnumerateInstances(handle_[b], unknown, 0, 1, 0, 0, nullptr, &error_[b]), nullptr);
-        unknownClass[b] = takeError(&error_[b]);
-        ParamValue* out = nullptr;
-        EXPECT_EQ(invokeMethod(handle_[b], cls, "Fail", nullptr, &out, &error_[b]), -1);
-        EXPECT_EQ(out, nullptr);
-        failed[b] = takeError(&error_[b]);
-    }
-    EXPECT_NE(unknownClass[kHttp], "");
-    EXPECT_EQ(unknownClass[kLocal], unknownClass[kHttp]);
-    EXPECT_EQ(failed[kHttp].substr(0, 2), "1:");
-    EXPECT_EQ(failed[kLocal], failed[kHttp]);
-    Free_ClassName(unknown);
-    Free_InstanceName(missing);
-    Free_InstanceName(cls);
 }
 
 // The same life of one instance on each back end, checked against what was
