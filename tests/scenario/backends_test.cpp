@@ -3,16 +3,19 @@
 // standard one strict and writing its headers and body apart) and through the
 // local broker (the mock broker library), and the two record trees are
 // compared field by field. Differences on purpose are stated and asserted.
+// What only HTTP has is checked against the mock's repository and files.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <functional>
 #include <memory>
 #include <regex>
+#include <set>
 #include <string>
 #include <tuple>
 #include <vector>
 
+#include "cimmock/repository.h"
 #include "cimmock/server.h"
 #include "cimxml/client.h"
 #include "cimxml/lifecycle.h"
@@ -146,13 +149,15 @@ protected:
         for (auto& s : server_) s.reset();
     }
     Wire wire() const { return std::get<0>(GetParam()); }
+    // A handle on the given back end, rather than the machine's marker file's.
+    ClientHandle* connect(int backend, int port, const char* user = "user", const char* password = "secret") {
+        ClientHandle* h = client_Configuration("127.0.0.1", port, kNs, 5000, user, password);
+        h->interfaceType = backend;
+        EXPECT_EQ(CIMC_SetWireMode(h, wire() ? CIMXML_WIRE_STANDARD : CIMXML_WIRE_DEFAULT, "http"), 0);
+        return h;
+    }
     void SetUp() override {
-        for (int b : {kHttp, kLocal}) {
-            handle_[b] = client_Configuration("127.0.0.1", server_[wire()]->port(), kNs, 5000, "user", "secret");
-            ASSERT_NE(handle_[b], nullptr);
-            handle_[b]->interfaceType = b;  // rather than the machine's marker file
-        }
-        ASSERT_EQ(CIMC_SetWireMode(handle_[kHttp], wire() ? CIMXML_WIRE_STANDARD : CIMXML_WIRE_DEFAULT, "http"), 0);
+        for (int b : {kHttp, kLocal}) handle_[b] = connect(b, server_[wire()]->port());
     }
     void TearDown() override {
         for (int b : {kHttp, kLocal}) {
@@ -284,6 +289,119 @@ TEST_P(Backends, EveryOperationGivesTheSameTree) {
     for (ClassName* c : {system, device, allTypes, assoc, unknown}) Free_ClassName(c);
     for (InstanceName* n : {first, second, computer, cls, missing}) Free_InstanceName(n);
     Free_ParamValue(in);
+}
+
+template <typename T>
+std::set<std::string> namesOf(const T* chain) {
+    std::set<std::string> out;
+    for (; chain; chain = chain->next) out.insert(chain->name);
+    return out;
+}
+
+// What only HTTP has: classes, query and methods, against the mock's
+// repository and the trees in data/trees/.
+TEST_P(Backends, HttpClassesQueryAndMethods) {
+    ClientHandle* h = handle_[kHttp];
+    Error** e = &error_[kHttp];
+    cimmock::Repository& repo = server_[wire()]->repository();
+    ClassName* all = EnumerateClassNames(h, nullptr, 1, e);
+    const auto everyClass = repo.enumerateClassNames(kNs, "", true);
+    EXPECT_EQ(namesOf(all), std::set<std::string>(everyClass.begin(), everyClass.end()));
+    ClassName* device = className("CIM_LogicalDevice");
+    ClassName* direct = EnumerateClassNames(h, device, 0, e);
+    EXPECT_EQ(namesOf(direct), (std::set<std::string>{"CIM_Processor", "CIM_DiskDrive", "CIM_NetworkPort"}));
+    expectTree("enumerate_classes", taken(CIM_EnumerateClasses(h, device, 1, 0, 1, 2, e), Free_Class));
+    ClassName* processor = className("Mock_Processor");
+    expectTree("get_class", taken(CIM_GetClass(h, processor, 0, 1, 1, nullptr, e), Free_Class));
+    for (ClassName* c : {all, direct, device, processor}) Free_ClassName(c);
+
+    // The embedded instance, whose content the comparison leaves out.
+    InstanceName* allTypes = instanceName("Mock_AllTypes", {{"InstanceID", "mock:alltypes:1"}});
+    Instance* inst = GetInstance(h, allTypes, 0, 0, 0, nullptr, e);
+    const Property* embedded = named(inst ? inst->properties : nullptr, "PEmbedded");
+    ASSERT_TRUE(embedded && embedded->value);
+    expectTree("embedded_instance", dump(embedded->value->instance));
+    Free_Instance(inst);
+    Free_InstanceName(allTypes);
+
+    expectTree("exec_query", taken(ExecQuery(h, "WQL", "SELECT * FROM CIM_Processor WHERE LoadPercentage > 50", e),
+                                   Free_ObjectWithPath));
+    // A static method on the class path: out is reset, the in-parameters stay the caller's.
+    InstanceName* cls = instanceName("Mock_AllTypes", {});
+    ParamValue* in = param("S", "hello", "string", param("U32", "42", "uint32"));
+    ParamValue* out = reinterpret_cast<ParamValue*>(&out);
+    ASSERT_EQ(invokeMethod(h, cls, "Echo", in, &out, e), 0);
+    expectTree("echo", taken(out, Free_ParamValue));
+    EXPECT_STREQ(in->value->value, "hello");
+    Free_ParamValue(in);
+    ASSERT_EQ(invokeMethod(h, cls, "ReturnCode", nullptr, &out, e), 0);
+    expectTree("return_code", taken(out, Free_ParamValue));
+    Free_InstanceName(cls);
+}
+
+// Each call fails; errorOut starts with the code given ("" for none).
+using Failing = std::function<void(ClientHandle*, Error**)>;
+void expectFailures(ClientHandle* h, const std::vector<std::pair<std::string, Failing>>& cases) {
+    for (const auto& [code, call] : cases) {
+        Error* error = nullptr;
+        call(h, &error);
+        std::string e = takeError(&error);
+        EXPECT_EQ(e.substr(0, code.size()), code) << e;
+        EXPECT_EQ(e.empty(), code.empty()) << e;
+    }
+}
+
+TEST_P(Backends, HttpFailuresReachErrorOut) {
+    ClassName* missing = className("No_Such_Class");
+    ClassName* cpu = className("CIM_Processor");
+    ClassName* leaf = className("Mock_Settings");
+    InstanceName* cls = instanceName("Mock_AllTypes", {});
+    InstanceName* gone = processor("CPU9");
+    auto invoke = [&](const char* method) {
+        return [&, method](ClientHandle* h, Error** e) {
+            ParamValue* out = nullptr;
+            EXPECT_EQ(invokeMethod(h, cls, method, nullptr, &out, e), -1);
+            EXPECT_EQ(out, nullptr);
+        };
+    };
+    expectFailures(handle_[kHttp], {
+        {"6:", [&](auto h, auto e) { EXPECT_EQ(CIM_GetClass(h, missing, 2, 2, 2, nullptr, e), nullptr); }},
+        {"15:", [&](auto h, auto e) { EXPECT_EQ(ExecQuery(h, "WQL", "SELECT * FROM CIM_Processor WHERE", e), nullptr); }},
+        {"14:", [&](auto h, auto e) { EXPECT_EQ(ExecQuery(h, "SQL-99", "SELECT * FROM CIM_Processor", e), nullptr); }},
+        {"6:", [&](auto h, auto e) { EXPECT_EQ(DeleteInstance(h, gone, e), nullptr); }},
+        {"17:", invoke("NoSuchMethod")},
+        {"", [&](auto h, auto e) { EXPECT_EQ(EnumerateClassNames(h, leaf, 1, e), nullptr); }},  // empty, no error
+        {"3:", [&](auto h, auto e) {
+             CIMC_SetNamespace(h, "root/nowhere");
+             EXPECT_EQ(EnumerateInstanceNames(h, cpu, e), nullptr);
+             CIMC_SetNamespace(h, kNs);
+         }},
+    });
+    cimmock::ServerOptions options;
+    options.repoDir = cimmock::sampleRepositoryDir();
+    options.user = "admin";
+    options.password = "right";
+    cimmock::Server guarded(options);
+    ASSERT_TRUE(guarded.start());
+    ClientHandle* wrong = connect(kHttp, guarded.port(), "admin", "wrong");
+    const std::string unauthorized = "401:Unauthorized User";
+    expectFailures(wrong, {
+        {unauthorized, [&](auto h, auto e) { EnumerateInstances(h, cpu, 2, 2, 2, 2, nullptr, e); }},
+        {unauthorized, invoke("ReturnCode")},
+        {unauthorized, [&](auto h, auto e) { DeleteInstance(h, cls, e); }},
+    });
+    ClientHandle* good = connect(kHttp, guarded.port(), "admin", "right");
+    InstanceName* names = EnumerateInstanceNames(good, cpu, &error_[kHttp]);
+    EXPECT_EQ(count(names), 2);
+    Free_InstanceName(names);
+    guarded.stop();  // a transport failure: only the standard mode tells errorOut
+    const std::string refused = wire() ? "1001:" : "";
+    expectFailures(good, {{refused, [&](auto h, auto e) { EXPECT_EQ(EnumerateInstanceNames(h, cpu, e), nullptr); }},
+                          {refused, invoke("ReturnCode")}});
+    for (ClientHandle* h : {good, wrong}) Free_client_Configuration(h);
+    for (ClassName* c : {missing, cpu, leaf}) Free_ClassName(c);
+    Free_InstanceName(cls);
+    Free_InstanceName(gone);
 }
 
 // The same life of one instance on each back end, checked against what was

@@ -190,9 +190,8 @@ inline void expectGolden(const std::string& name, const std::string& got) {
     want << std::ifstream(path, std::ios::binary).rdbuf();
     EXPECT_EQ(got, want.str()) << path;
 }
-template <typename T>
-void expectTree(const std::string& name, const T* record) {
-    expectGolden("trees/" + name + ".tree", joined(dump(record)));
+inline void expectTree(const std::string& name, const std::vector<std::string>& tree) {
+    expectGolden("trees/" + name + ".tree", joined(tree));
 }
 #endif
 
