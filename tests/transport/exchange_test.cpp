@@ -211,15 +211,6 @@ TEST(Exchange, RepliesInBothModes) {
     }
 }
 
-TEST(Exchange, HundredMegabyteBodyArrivesWhole) {
-    const std::string body = xmlBody(100u * 1024 * 1024);
-    for (bool standard : {false, true}) {
-        auto start = std::chrono::steady_clock::now();
-        EXPECT_TRUE(sameText(against(standard, okReply(body)), "0|" + body));
-        EXPECT_LT(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count(), 20.0);
-    }
-}
-
 TEST(Exchange, UnreachablePeersFailWithoutCrashing) {
     auto gone = std::make_unique<RawServer>(okReply(kXml));
     ASSERT_TRUE(gone->start());
@@ -253,7 +244,7 @@ TEST(HeaderBlock, LinesCredentialsAndTheBufferSize) {
         return std::string("POST  /cimom HTTP/1.1 \r\nContent-Type: application/xml; charset=\"utf-8\"\r\n") +
                "Content-Length: " + length + "\r\nAuthorization: Basic " + credentials + "\r\n";
     };
-    const std::string whole = block("1", "YTpi");
+    const std::string whole = block("1", "YTpi");  // "a:b"
     const struct {
         int length;
         const char *user, *password;
@@ -261,7 +252,6 @@ TEST(HeaderBlock, LinesCredentialsAndTheBufferSize) {
         const char* already;
         std::string want;
     } cases[] = {
-        {42, "a", "b", 1024, "", block("42", "YTpi")},
         {0, "a", nullptr, 1024, "", block("0", "YTo=")},        // an absent password is empty
         {1, nullptr, nullptr, 1024, "", block("1", "Og==")},    // ":"
         {1, "a", "b", 1024, "X", "X" + whole},
