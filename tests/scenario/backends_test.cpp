@@ -406,7 +406,8 @@ TEST_P(Backends, CreateGetModifyDelete) {
         Error** err = &error_[b];
         auto pString = [&](InstanceName* name) {
             Instance* inst = GetInstance(h, name, 0, 0, 0, nullptr, err);
-            std::string out = inst ? text(inst, "PString") : "<no instance>";
+            const Property* p = named(inst ? inst->properties : nullptr, "PString");
+            std::string out = !inst ? "<no instance>" : p && p->value && p->value->value ? p->value->value : "<null>";
             Free_Instance(inst);
             return out;
         };

@@ -10,18 +10,17 @@
 
 #include "cimmock/mof.h"
 #include "cimmock/server.h"
-#include "cimxml/client.h"
-#include "cimxml/lifecycle.h"
+#include "../xmlops/records.h"
 
 namespace {
 
+using opt::count;
+
 // A server on 127.0.0.1 whose certificate names `ip`.
 struct TlsServer {
-    std::string cert;
+    std::string base, cert = base + "-cert.pem";
     std::unique_ptr<cimmock::Server> server;
-    explicit TlsServer(const char* ip) {
-        const std::string base = ::testing::TempDir() + "/scenario-" + ip;
-        cert = base + "-cert.pem";
+    explicit TlsServer(const char* ip) : base(::testing::TempDir() + "/scenario-" + ip) {
         const std::string make = "openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes -days 1 "
                                  "-subj /CN=cimxml-test -addext subjectAltName=IP:" + std::string(ip) + " -keyout " +
                                  base + "-key.pem -out " + cert + " >/dev/null 2>&1";
@@ -31,8 +30,7 @@ struct TlsServer {
         options.tlsCertFile = cert;
         options.tlsKeyFile = base + "-key.pem";
         server = std::make_unique<cimmock::Server>(options);
-        std::string err;
-        EXPECT_TRUE(server->start(&err)) << err;
+        EXPECT_TRUE(server->start());
     }
 };
 
@@ -68,10 +66,7 @@ TEST(Https, RefusedUnlessTrustedForTheHostOrNotVerified) {
         ClassName processors = {const_cast<char*>("CIM_Processor"), nullptr};
         Error* error = nullptr;
         InstanceName* names = EnumerateInstanceNames(h, &processors, &error);
-        int n = 0;
-        for (InstanceName* i = names; i; i = i->next) ++n;
-        std::string got = n == 2 && !error ? "served" : "";
-        if (error) got = std::string(error->code) + ":" + error->description;
+        std::string got = error ? std::string(error->code) + ":" + error->description : count(names) == 2 ? "served" : "";
         EXPECT_EQ(got.substr(0, c.want.size()), c.want);
         EXPECT_EQ(got.empty(), c.want.empty()) << got;
         Free_InstanceName(names);

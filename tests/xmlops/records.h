@@ -96,16 +96,6 @@ const T* named(const T* chain, const char* name) {
     while (chain && !(chain->name && strcasecmp(chain->name, name) == 0)) chain = chain->next;
     return chain;
 }
-// The text of a scalar property ("<absent>" / "<null>" when missing / empty).
-template <typename R>
-std::string text(const R* record, const char* name) {
-    const Property* p = named(record->properties, name);
-    return !p ? "<absent>" : p->value && p->value->value ? p->value->value : "<null>";
-}
-inline std::string key(const InstanceName* n, const char* name) {
-    const KeyBinding* b = named(n ? n->keyBindings : nullptr, name);
-    return b && b->keyValue && b->keyValue->value ? b->keyValue->value : "<absent>";
-}
 // Takes the error out of *slot as "code:description" ("" when none).
 inline std::string takeError(Error** slot) {
     if (!*slot) return "";
