@@ -7,7 +7,7 @@
 #include <string>
 #include <utility>
 
-#include "peer_call.h"
+#include "records.h"
 
 namespace {
 

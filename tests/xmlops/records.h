@@ -2,7 +2,7 @@
 // and strings strdup'd as the library's own builders make them, so the Free_
 // functions release them and the sanitizer build sees any leak. A whole
 // record tree is read as "path = value" lines, compared with a file in data/
-// where a test has one.
+// where a test has one. callAgainst runs one call on a raw peer.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -12,11 +12,13 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <functional>
 #include <initializer_list>
 #include <sstream>
 #include <string>
 #include <vector>
 
+#include "../transport/raw_server.h"
 #include "cimxml/client.h"
 #include "cimxml/lifecycle.h"
 #include "model/record_table.h"
@@ -184,5 +186,25 @@ inline void expectTree(const std::string& name, const std::vector<std::string>& 
     expectGolden("trees/" + name + ".tree", joined(tree));
 }
 #endif
+
+// One call through a handle in the default (or standard) wire mode on a raw
+// peer that plays `reply`: the call must leave no error, so `run` takes any it
+// expects. Returns the bytes it sent, the peer's port written as PORT.
+inline std::string callAgainst(cimtest::Reply reply, const std::function<void(ClientHandle*, Error**)>& run,
+                               bool standard = false) {
+    cimtest::RawServer server(std::move(reply));
+    EXPECT_TRUE(server.start());
+    ClientHandle* handle = client_Configuration("127.0.0.1", server.port(), "root/cimv2", 5000, "user", "secret");
+    handle->interfaceType = 0;
+    EXPECT_EQ(standard ? CIMC_SetWireMode(handle, CIMXML_WIRE_STANDARD, nullptr) : 0, 0);
+    Error* error = nullptr;
+    run(handle, &error);
+    EXPECT_EQ(takeError(&error), "");
+    Free_client_Configuration(handle);
+    std::string sent = server.request(0);
+    const std::string host = "127.0.0.1:" + std::to_string(server.port());
+    if (std::size_t at = sent.find(host); at != std::string::npos) sent.replace(at, host.size(), "127.0.0.1:PORT");
+    return sent;
+}
 
 }  // namespace opt

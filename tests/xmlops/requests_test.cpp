@@ -9,7 +9,7 @@
 #include <string>
 
 #include "XMLParser.h"
-#include "peer_call.h"
+#include "records.h"
 
 namespace {
 
