@@ -377,11 +377,8 @@ TEST_P(Backends, HttpFailuresReachErrorOut) {
 }
 
 Instance* allTypes(const char* id, const char* pString) {
-    auto* inst = make<Instance>();
-    inst->className = className("Mock_AllTypes");
-    inst->properties = property("InstanceID", id, "string",
-                                property("PString", pString, "string", property("PBoolean", "TRUE", "boolean")));
-    return inst;
+    return instance("Mock_AllTypes", property("InstanceID", id, "string", property("PString", pString, "string",
+                                                                                   property("PBoolean", "TRUE", "boolean"))));
 }
 
 // The same life of one instance on each back end, checked against what was

@@ -78,6 +78,12 @@ inline Property* property(const char* name, const char* text, const char* type, 
     p->next = next;
     return p;
 }
+inline Instance* instance(const char* cls, Property* properties) {
+    auto* i = make<Instance>();
+    i->className = className(cls);
+    i->properties = properties;
+    return i;
+}
 inline ParamValue* param(const char* name, const char* text, const char* type, ParamValue* next = nullptr) {
     auto* p = make<ParamValue>();
     p->name = s(name);

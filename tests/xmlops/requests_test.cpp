@@ -24,25 +24,17 @@ TEST(Requests, EachOperationSendsItsRecordedBytesAsWellFormedXml) {
     ClassName* assoc = className("CIM_SystemDevice");
     ClassName* result = className("Mock_ComputerSystem");
     ParamValue* in = param("S", "hi & bye", "string", param("U32", "7", nullptr));
-    auto* created = make<Instance>();
-    created->className = className("Mock_Settings");
-    created->properties = property("Mode", "quiet", "string", property("Level", "2", "uint32"));
+    Instance* created = instance("Mock_Settings", property("Mode", "quiet", "string", property("Level", "2", "uint32")));
     // For the standard mode, text to escape and an embedded instance (the
     // default mode's writer takes an embedded instance apart).
-    auto* escaped = make<Instance>();
-    escaped->className = className("Mock_Settings");
-    escaped->properties = property("Mode", "a<b & \"c\"", "string", property("Level", "2", "uint32"));
     Property* embedded = property("Embedded", nullptr, "string");
     embedded->value->embedded = 1;
-    embedded->value->instance = make<Instance>();
-    embedded->value->instance->className = className("Mock_Inner");
-    embedded->value->instance->properties = property("Note", "x<y", "string");
-    escaped->properties->next->next = embedded;
+    embedded->value->instance = instance("Mock_Inner", property("Note", "x<y", "string"));
+    Instance* escaped = instance("Mock_Settings", property("Mode", "a<b & \"c\"", "string",
+                                                          property("Level", "2", "uint32", embedded)));
     auto* modified = make<NamedInstance>();
     modified->instanceName = processor("CPU0");
-    modified->instance = make<Instance>();
-    modified->instance->className = className("Mock_Processor");
-    modified->instance->properties = property("ElementName", "Renamed", "string");
+    modified->instance = instance("Mock_Processor", property("ElementName", "Renamed", "string"));
     InstanceName* system = computerSystem();
     std::free(system->keyBindings->next->keyValue->value);
     system->keyBindings->next->keyValue->value = s("say \"hi\"");
