@@ -1,12 +1,15 @@
-// The operation frame against canned replies, in both wire modes: the record
-// trees taken from unusual answers (data/trees/), what reaches errorOut, and
-// that nothing is sent without a handle.
+// The operations against canned replies, in both wire modes: the record trees
+// taken from unusual answers (data/trees/), what reaches errorOut, that
+// nothing is sent without a handle, and the exact request bytes.
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+#include <cstring>
 #include <functional>
 #include <string>
 #include <utility>
 
+#include "XMLParser.h"
 #include "records.h"
 
 namespace {
@@ -65,12 +68,26 @@ TEST(Frame, TreesFromUnusualReplies) {
                              "<NAMESPACE NAME=\"root\"/><NAMESPACE NAME=\"cimv2\"/></LOCALNAMESPACEPATH>"
                              "</NAMESPACEPATH><INSTANCENAME CLASSNAME=\"A\"/></INSTANCEPATH></OBJECTPATH>";
     const std::string bare = "<INSTANCENAME CLASSNAME=\"B\"/><INSTANCENAME CLASSNAME=\"C\"/>";
+    // Replies outside the path give nothing, to either call.
+    const Tree nothing = [&](auto h, auto e) {
+        return joined(taken(CIMC_XML_EnumerateInstanceNames(h, nullptr, e), Free_InstanceName)) +
+               joined(taken(CIMC_XML_ReferenceNames(h, nullptr, nullptr, nullptr, e), Free_ObjectPath));
+    };
     const struct {
-        const char* name;
+        const char* name;  // of the file with the tree; "" for none
         bool standard;
         std::string reply;
         Tree call;
     } cases[] = {
+        {"", false, intrinsic("<IRETURNVALUE/>"), nothing},
+        {"", false, envelope("<MULTIRSP><SIMPLERSP><IMETHODRESPONSE NAME=\"X\"><IRETURNVALUE>" + kInstanceName +
+                             "</IRETURNVALUE></IMETHODRESPONSE></SIMPLERSP></MULTIRSP>"), nothing},
+        {"", false, extrinsic("<RETURNVALUE><VALUE>0</VALUE></RETURNVALUE>"), nothing},
+        {"", false, "<?xml version=\"1.0\"?><CIM><unclosed", nothing},
+        // ReferenceNames takes only bare instance names.
+        {"", false, returning("<OBJECTPATH><INSTANCEPATH><NAMESPACEPATH><HOST>h</HOST><LOCALNAMESPACEPATH><NAMESPACE "
+                              "NAME=\"root\"/></LOCALNAMESPACEPATH></NAMESPACEPATH>" + kInstanceName +
+                              "</INSTANCEPATH></OBJECTPATH>"), nothing},
         {"error_with_instances", false, intrinsic(kError), [&](auto h, auto e) {
              EXPECT_EQ(CIMC_XML_ExecQuery(h, "WQL", "q", e), nullptr);
              EXPECT_EQ(CIMC_XML_EnumerateClassNames(h, nullptr, 2, nullptr), nullptr);  // nowhere to store it
@@ -103,33 +120,15 @@ TEST(Frame, TreesFromUnusualReplies) {
              return joined(taken(GetInstance(h, object->instanceName, 2, 2, 2, nullptr, e), Free_Instance)); }},
     };
     for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        callAgainst(cimtest::okReply(c.reply), [&](auto h, auto e) { expectGolden(std::string("trees/") + c.name + ".tree", c.call(h, e)); },
-                  c.standard);
+        SCOPED_TRACE(*c.name ? c.name : c.reply);
+        callAgainst(cimtest::okReply(c.reply), [&](auto h, auto e) {
+            const std::string tree = c.call(h, e);
+            if (*c.name) expectGolden(std::string("trees/") + c.name + ".tree", tree);
+            else EXPECT_EQ(tree, "");
+        }, c.standard);
     }
     Free_InstanceName(target);
     Free_ObjectName(object);
-}
-
-TEST(Frame, RepliesOutsideThePathGiveNull) {
-    const std::string replies[] = {
-        intrinsic("<IRETURNVALUE/>"),
-        envelope("<MULTIRSP><SIMPLERSP><IMETHODRESPONSE NAME=\"X\"><IRETURNVALUE>" + kInstanceName +
-                 "</IRETURNVALUE></IMETHODRESPONSE></SIMPLERSP></MULTIRSP>"),
-        extrinsic("<RETURNVALUE><VALUE>0</VALUE></RETURNVALUE>"),
-        "<?xml version=\"1.0\"?><CIM><unclosed",
-        // ReferenceNames takes only bare instance names.
-        intrinsic("<IRETURNVALUE><OBJECTPATH><INSTANCEPATH><NAMESPACEPATH><HOST>h</HOST><LOCALNAMESPACEPATH>"
-                  "<NAMESPACE NAME=\"root\"/></LOCALNAMESPACEPATH></NAMESPACEPATH>" + kInstanceName +
-                  "</INSTANCEPATH></OBJECTPATH></IRETURNVALUE>"),
-    };
-    for (const std::string& body : replies) {
-        SCOPED_TRACE(body);
-        callAgainst(cimtest::okReply(body), [](ClientHandle* h, Error** error) {
-            EXPECT_EQ(CIMC_XML_EnumerateInstanceNames(h, nullptr, error), nullptr);
-            EXPECT_EQ(CIMC_XML_ReferenceNames(h, nullptr, nullptr, nullptr, error), nullptr);
-        });
-    }
 }
 
 // Standard mode: each failure reaches errorOut as an Error record.
@@ -160,6 +159,86 @@ TEST(Standard, FailuresReachErrorOut) {
         callAgainst(c.reply, [&](auto h, auto e) { c.call(h, e); EXPECT_EQ(takeError(e), c.want); }, true);
     }
     Free_InstanceName(name);
+    Free_NamedInstance(modified);
+}
+
+// The exact bytes each operation puts on the socket (header block and body),
+// compared with the files in data/ (data/standard/ for the standard wire
+// mode), and parsed as XML.
+TEST(Requests, EachOperationSendsItsRecordedBytesAsWellFormedXml) {
+    ClassName* processorClass = className("CIM_Processor");
+    ClassName* device = className("CIM_LogicalDevice");
+    InstanceName* cpu0 = processor("CPU0");
+    cpu0->keyBindings->next->keyValue->cimType = s("string");
+    ObjectName* cpu = objectName(processor("CPU0"));
+    ClassName* assoc = className("CIM_SystemDevice");
+    ClassName* result = className("Mock_ComputerSystem");
+    ParamValue* in = param("S", "hi & bye", "string", param("U32", "7", nullptr));
+    Instance* created = instance("Mock_Settings", property("Mode", "quiet", "string", property("Level", "2", "uint32")));
+    // For the standard mode, text to escape and an embedded instance (the
+    // default mode's writer takes an embedded instance apart).
+    Property* embedded = property("Embedded", nullptr, "string");
+    embedded->value->embedded = 1;
+    embedded->value->instance = instance("Mock_Inner", property("Note", "x<y", "string"));
+    Instance* escaped = instance("Mock_Settings", property("Mode", "a<b & \"c\"", "string",
+                                                          property("Level", "2", "uint32", embedded)));
+    auto* modified = make<NamedInstance>();
+    modified->instanceName = processor("CPU0");
+    modified->instance = instance("Mock_Processor", property("ElementName", "Renamed", "string"));
+    InstanceName* system = computerSystem();
+    std::free(system->keyBindings->next->keyValue->value);
+    system->keyBindings->next->keyValue->value = s("say \"hi\"");
+    system->next = processor("CPU0");  // only the first node names the target
+    InstanceName* allTypes = instanceName("Mock_AllTypes", {});
+    using Call = std::function<void(ClientHandle*, Error**)>;
+    const std::pair<const char*, Call> cases[] = {
+        {"get_class", [&](auto h, auto e) { EXPECT_EQ(CIM_GetClass(h, processorClass, 1, 0, 1, nullptr, e), nullptr); }},
+        {"get_class_defaults", [&](auto h, auto e) { CIM_GetClass(h, processorClass, 2, 2, 2, nullptr, e); }},
+        {"enumerate_classes", [&](auto h, auto e) { CIM_EnumerateClasses(h, device, 1, 0, 1, 0, e); }},
+        {"enumerate_class_names", [&](auto h, auto e) { EnumerateClassNames(h, device, 0, e); }},
+        {"enumerate_instances", [&](auto h, auto e) { EnumerateInstances(h, processorClass, 1, 0, 0, 0, nullptr, e); }},
+        // 7 is left out like 2.
+        {"enumerate_instances_no_parameters",
+         [&](auto h, auto e) { EnumerateInstances(h, nullptr, 2, 7, 2, 0xFFFFFFFFu, nullptr, e); }},
+        {"enumerate_instance_names", [&](auto h, auto e) { EnumerateInstanceNames(h, processorClass, e); }},
+        {"get_instance", [&](auto h, auto e) { GetInstance(h, cpu0, 0, 1, 0, nullptr, e); }},
+        {"create_instance", [&](auto h, auto e) { CIM_CreateInstance(h, created, e); }},
+        {"modify_instance", [&](auto h, auto e) { ModifyInstance(h, modified, 1, nullptr, e); }},  // IncludeQualifiers first
+        {"delete_instance", [&](auto h, auto e) { DeleteInstance(h, cpu0, e); }},
+        {"exec_query",
+         [&](auto h, auto e) { ExecQuery(h, "WQL", "SELECT * FROM CIM_Processor WHERE LoadPercentage > 50", e); }},
+        {"associators", [&](auto h, auto e) {
+             Associators(h, cpu, assoc, result, "PartComponent", "GroupComponent", 0, 1, nullptr, e); }},
+        {"associator_names", [&](auto h, auto e) {
+             AssociatorNames(h, cpu, assoc, result, "PartComponent", "GroupComponent", e); }},
+        {"references", [&](auto h, auto e) { References(h, cpu, assoc, "PartComponent", 1, 1, nullptr, e); }},  // Role after the flags
+        {"reference_names", [&](auto h, auto e) { ReferenceNames(h, cpu, assoc, "PartComponent", e); }},
+        {"invoke_method_instance", [&](auto h, auto e) { invokeMethod(h, system, "SetElementName", in, nullptr, e); }},
+        {"invoke_method_class", [&](auto h, auto e) { invokeMethod(h, allTypes, "Echo", in, nullptr, e); }},
+        {"standard/get_instance", [&](auto h, auto e) { GetInstance(h, cpu0, 0, 1, 0, nullptr, e); }},
+        {"standard/associator_names", [&](auto h, auto e) {
+             AssociatorNames(h, cpu, assoc, nullptr, "PartComponent", nullptr, e); }},
+        {"standard/create_instance", [&](auto h, auto e) { CIM_CreateInstance(h, escaped, e); takeError(e); }},
+        {"standard/invoke_method", [&](auto h, auto e) {
+             invokeMethod(h, system, "SetElementName", in, nullptr, e); takeError(e); }},
+    };
+    for (const auto& [name, call] : cases) {
+        SCOPED_TRACE(name);
+        const std::string sent = callAgainst(cimtest::okReply(intrinsic("<IRETURNVALUE/>")), call, !std::strncmp(name, "standard/", 9));
+        expectGolden(std::string(name) + ".request", sent);
+        XMLParseContext context{};
+        XMLDoc* doc = parseText(&context, sent.c_str() + sent.find("<?xml"));
+        EXPECT_NE(doc, nullptr) << getErrorText(&context);
+        freeXMLDoc(doc);
+    }
+    EXPECT_NE(system->next, nullptr);  // the caller's records stay as they were
+    EXPECT_NE(embedded->value->instance->properties, nullptr);
+    for (ClassName* c : {processorClass, device, assoc, result}) Free_ClassName(c);
+    for (InstanceName* n : {cpu0, system, allTypes}) Free_InstanceName(n);
+    Free_ObjectName(cpu);
+    Free_ParamValue(in);
+    Free_Instance(created);
+    Free_Instance(escaped);
     Free_NamedInstance(modified);
 }
 
