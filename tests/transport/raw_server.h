@@ -59,7 +59,7 @@ public:
     ~RawServer() {
         stopping_ = true;
         if (thread_.joinable()) thread_.join();
-        if (listener_ >= 0) ::close(listener_);
+        ::close(listener_);
     }
 
     bool start() {
@@ -114,8 +114,7 @@ private:
     }
     void serve(int fd) {
         std::string got;
-        while (reply_.readRequest && !requestComplete(got) && readSome(fd, got)) {
-        }
+        while (reply_.readRequest && !requestComplete(got) && readSome(fd, got)) {}
         int on = 1;
         ::setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
         for (const Segment& s : reply_.segments) {
@@ -123,12 +122,9 @@ private:
             for (ssize_t at = 0, n = 0; at < static_cast<ssize_t>(s.bytes.size()) && !stopping_ && n >= 0; at += n)
                 if ((n = ::send(fd, &s.bytes[at], s.bytes.size() - at, MSG_NOSIGNAL)) <= 0) break;
         }
-        linger abort{1, 0};
+        linger abort{1, 0};  // or half-close, then read to EOF so the close never resets the stream
         if (reply_.resetAfter) ::setsockopt(fd, SOL_SOCKET, SO_LINGER, &abort, sizeof abort);
-        // Otherwise half-close, then read to EOF so the close never resets the stream.
-        if (!reply_.resetAfter && ::shutdown(fd, SHUT_WR) == 0)
-            while (readSome(fd, got)) {
-            }
+        else if (::shutdown(fd, SHUT_WR) == 0) while (readSome(fd, got)) {}
         ::close(fd);
         std::lock_guard<std::mutex> lock(mutex_);
         requests_.push_back(std::move(got));

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 #include <strings.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -122,14 +123,10 @@ using cimxml::model::RecordId;
 // named members are keyed by name ("properties[Caption]"), so that a member
 // one tree lacks does not shift the others; other lists by position.
 inline const char* memberName(RecordId id, const char* node) {
-    switch (id) {
-        case RecordId::Property: return reinterpret_cast<const Property*>(node)->name;
-        case RecordId::PropertyArray: return reinterpret_cast<const PropertyArray*>(node)->name;
-        case RecordId::PropertyReference: return reinterpret_cast<const PropertyReference*>(node)->name;
-        case RecordId::KeyBinding: return reinterpret_cast<const KeyBinding*>(node)->name;
-        case RecordId::ParamValue: return reinterpret_cast<const ParamValue*>(node)->name;
-        default: return nullptr;
-    }
+    const RecordId named[] = {RecordId::Property, RecordId::PropertyArray, RecordId::PropertyReference,
+                              RecordId::KeyBinding, RecordId::ParamValue};
+    const auto* f = std::count(named, named + 5, id) ? cimxml::model::findField(id, "name") : nullptr;
+    return f ? *reinterpret_cast<char* const*>(node + f->offset) : nullptr;
 }
 
 inline void dumpRecord(RecordId id, const char* node, const std::string& path, std::vector<std::string>& out) {
