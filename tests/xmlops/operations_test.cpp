@@ -33,7 +33,6 @@ const std::string kInstanceName =
 
 std::string returning(const std::string& inner) { return intrinsic("<IRETURNVALUE>" + inner + "</IRETURNVALUE>"); }
 
-
 TEST(Frame, NoHandleSendsNothingAndLeavesErrorOutAlone) {
     Error* error = nullptr;
     ClassName* cn = className("C");
@@ -69,10 +68,7 @@ TEST(Frame, TreesFromUnusualReplies) {
                              "</NAMESPACEPATH><INSTANCENAME CLASSNAME=\"A\"/></INSTANCEPATH></OBJECTPATH>";
     const std::string bare = "<INSTANCENAME CLASSNAME=\"B\"/><INSTANCENAME CLASSNAME=\"C\"/>";
     // Replies outside the path give nothing, to either call.
-    const Tree nothing = [&](auto h, auto e) {
-        return joined(taken(CIMC_XML_EnumerateInstanceNames(h, nullptr, e), Free_InstanceName)) +
-               joined(taken(CIMC_XML_ReferenceNames(h, nullptr, nullptr, nullptr, e), Free_ObjectPath));
-    };
+    const Tree nothing = [&](auto h, auto e) { return instanceNames(h, e) + referenceNames(h, e); };
     const struct {
         const char* name;  // of the file with the tree; "" for none
         bool standard;
