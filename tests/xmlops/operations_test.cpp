@@ -132,27 +132,22 @@ TEST(Standard, FailuresReachErrorOut) {
     InstanceName* name = processor("CPU0");
     auto* modified = make<NamedInstance>();
     modified->instanceName = processor("CPU0");
-    const cimtest::Reply closed = cimtest::reply("HTTP/1.1 200 OK\r\nContent-Length: 50\r\n\r\n<?xml"),
-                         refused = cimtest::reply("HTTP/1.1 400 Bad Request\r\nCIMError: request-not-valid\r\n\r\n"),
-                         notCimXml = cimtest::okReply("<html>busy</html>");
-    const std::string closedText = "1004:the connection was closed after 5 of 50 reply bytes",
-                      refusedText = "400:HTTP 400 Bad Request (CIMError: request-not-valid)",
-                      notCimXmlText = "1007:the reply is not a CIM-XML response (no MESSAGE with a SIMPLERSP)";
-    const struct {
-        const cimtest::Reply& reply;
-        const std::string& want;
-        std::function<void(ClientHandle*, Error**)> call;
-    } cases[] = {
-        {notCimXml, notCimXmlText, [&](auto h, auto e) { EXPECT_EQ(ModifyInstance(h, modified, 2, nullptr, e), nullptr); }},
-        {closed, closedText, [&](auto h, auto e) { EXPECT_EQ(ModifyInstance(h, modified, 2, nullptr, e), nullptr); }},
-        {refused, refusedText, [&](auto h, auto e) { EXPECT_EQ(DeleteInstance(h, name, e), nullptr); }},
-        {notCimXml, notCimXmlText, [&](auto h, auto e) { EXPECT_EQ(DeleteInstance(h, name, e), nullptr); }},
-        {closed, closedText, [&](auto h, auto e) { EXPECT_EQ(invokeMethod(h, name, "M", nullptr, nullptr, e), -1); }},
-        {notCimXml, notCimXmlText, [&](auto h, auto e) { EXPECT_EQ(invokeMethod(h, name, "M", nullptr, nullptr, e), -1); }},
+    using Failure = std::pair<cimtest::Reply, std::string>;  // the reply, and errorOut from it
+    const Failure closed{cimtest::reply("HTTP/1.1 200 OK\r\nContent-Length: 50\r\n\r\n<?xml"),
+                         "1004:the connection was closed after 5 of 50 reply bytes"},
+        refused{cimtest::reply("HTTP/1.1 400 Bad Request\r\nCIMError: request-not-valid\r\n\r\n"),
+                "400:HTTP 400 Bad Request (CIMError: request-not-valid)"},
+        notCimXml{cimtest::okReply("<html>busy</html>"),
+                  "1007:the reply is not a CIM-XML response (no MESSAGE with a SIMPLERSP)"};
+    const auto modify = [&](auto h, auto e) { EXPECT_EQ(ModifyInstance(h, modified, 2, nullptr, e), nullptr); };
+    const auto remove = [&](auto h, auto e) { EXPECT_EQ(DeleteInstance(h, name, e), nullptr); };
+    const auto invoke = [&](auto h, auto e) { EXPECT_EQ(invokeMethod(h, name, "M", nullptr, nullptr, e), -1); };
+    const std::pair<const Failure&, std::function<void(ClientHandle*, Error**)>> cases[] = {
+        {notCimXml, modify}, {closed, modify}, {refused, remove}, {notCimXml, remove}, {closed, invoke}, {notCimXml, invoke},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.want);
-        callAgainst(c.reply, [&](auto h, auto e) { c.call(h, e); EXPECT_EQ(takeError(e), c.want); }, true);
+    for (const auto& [failure, call] : cases) {
+        SCOPED_TRACE(failure.second);
+        callAgainst(failure.first, [&](auto h, auto e) { call(h, e); EXPECT_EQ(takeError(e), failure.second); }, true);
     }
     Free_InstanceName(name);
     Free_NamedInstance(modified);
@@ -220,7 +215,8 @@ TEST(Requests, EachOperationSendsItsRecordedBytesAsWellFormedXml) {
     };
     for (const auto& [name, call] : cases) {
         SCOPED_TRACE(name);
-        const std::string sent = callAgainst(cimtest::okReply(intrinsic("<IRETURNVALUE/>")), call, !std::strncmp(name, "standard/", 9));
+        const bool standard = !std::strncmp(name, "standard/", 9);
+        const std::string sent = callAgainst(cimtest::okReply(intrinsic("<IRETURNVALUE/>")), call, standard);
         expectGolden(std::string(name) + ".request", sent);
         XMLParseContext context{};
         XMLDoc* doc = parseText(&context, sent.c_str() + sent.find("<?xml"));

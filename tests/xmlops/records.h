@@ -1,8 +1,7 @@
-// Record builders and readers for the operation tests. Records are calloc'd
-// and strings strdup'd as the library's own builders make them, so the Free_
-// functions release them and the sanitizer build sees any leak. A whole
-// record tree is read as "path = value" lines, compared with a file in data/
-// where a test has one. callAgainst runs one call on a raw peer.
+// Record builders and readers for the operation tests. Records are calloc'd and
+// strings strdup'd as the library's own builders make them, so the Free_
+// functions release them and the sanitizer build sees any leak. A record tree
+// reads as "path = value" lines; callAgainst runs one call on a raw peer.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -17,6 +16,7 @@
 #include <initializer_list>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "../transport/raw_server.h"
@@ -95,23 +95,15 @@ inline ParamValue* param(const char* name, const char* text, const char* type, P
 }
 
 template <typename T>
-int count(const T* chain) {
-    int n = 0;
-    for (; chain; chain = chain->next) ++n;
-    return n;
-}
-template <typename T>
 const T* named(const T* chain, const char* name) {
     while (chain && !(chain->name && strcasecmp(chain->name, name) == 0)) chain = chain->next;
     return chain;
 }
 // Takes the error out of *slot as "code:description" ("" when none).
 inline std::string takeError(Error** slot) {
-    if (!*slot) return "";
-    std::string out = std::string((*slot)->code ? (*slot)->code : "") + ":" +
-                      ((*slot)->description ? (*slot)->description : "");
-    Free_Error(*slot);
-    *slot = nullptr;
+    const Error* e = *slot;
+    std::string out = e ? std::string(e->code ? e->code : "") + ":" + (e->description ? e->description : "") : "";
+    Free_Error(std::exchange(*slot, nullptr));
     return out;
 }
 
