@@ -1,4 +1,7 @@
-// One request/reply exchange against a scripted raw peer.
+// One request/reply exchange against a scripted raw peer, in both wire modes:
+// what each makes of the same replies (the operation tests compare the request
+// bytes whole). Then the default header block and its base64 credentials, each
+// buffer followed by guard bytes that must stay untouched.
 #include <gtest/gtest.h>
 
 #include <sys/socket.h>
@@ -11,17 +14,23 @@
 #include <cstring>
 #include <fstream>
 #include <future>
+#include <memory>
 #include <sstream>
 #include <string>
+#include <vector>
 
 #include "cimxml/client.h"
 #include "raw_server.h"
 #include "rtlog.h"
+#include "transport/exchange.h"
 #include "transport/seams.h"
 
 namespace {
 
 using namespace cimtest;
+using cimxml::transport::Call;
+using cimxml::transport::Failure;
+using cimxml::transport::Peer;
 
 const char kXml[] = "<?xml version=\"1.0\" encoding=\"utf-8\"?><CIM CIMVERSION=\"2.0\" DTDVERSION=\"2.0\"></CIM>";
 const char kUnset[] = "<unset>";
@@ -34,53 +43,36 @@ std::string xmlBody(std::size_t n) {
     return b;
 }
 
-struct Exchange {
-    int rc = 0;
-    char* body = const_cast<char*>(kUnset);  // untouched unless the call sets it
-    Exchange() = default;
-    Exchange(Exchange&& o) noexcept : rc(o.rc), body(o.body) { o.body = const_cast<char*>(kUnset); }
-    std::string text() const { return body == kUnset ? kUnset : body ? body : "<null>"; }
-    ~Exchange() {
+// "rc|body": the body "<unset>" when the call left it alone, "<null>" when it
+// set it null; a standard-mode failure as "code: description". Runs on its
+// own thread so a hang fails the run at once.
+std::string run(bool standard, int port, int timeoutMs = 2000, const char* user = "u", const char* host = "127.0.0.1") {
+    auto call = std::async(std::launch::async, [&] {
+        char* body = const_cast<char*>(kUnset);
+        Failure failure;
+        int rc = standard ? cimxml::transport::sendStandard(kXml, &body, Peer{host, port, user, "p", timeoutMs}, {},
+                                                            Call{"InvokeMethod", "root/cimv2:C.K=\"a b\""}, &failure)
+                          : CIMSendRequest(kXml, &body, host, port, user, "p", timeoutMs);
+        std::string text = body == kUnset ? kUnset : body ? body : "<null>";
+        if (standard && rc != 0) text = std::string(failure.code) + ": " + failure.description;
         if (body != kUnset) std::free(body);
-    }
-};
-
-// Runs the call on its own thread so a hang fails the run at once.
-void exchange(Exchange& e, int port, const char* host = "127.0.0.1", const char* user = "u", int timeout = 1000) {
-    auto call = std::async(std::launch::async,
-                           [&] { return CIMSendRequest(kXml, &e.body, host, port, user, "p", timeout); });
-    if (call.wait_for(std::chrono::seconds(30)) != std::future_status::ready) {
-        std::fputs("CIMSendRequest hangs\n", stderr);
+        return std::to_string(rc) + "|" + text;
+    });
+    if (call.wait_for(std::chrono::seconds(60)) != std::future_status::ready) {
+        std::fputs("the exchange hangs\n", stderr);
         std::abort();
     }
-    e.rc = call.get();
+    return call.get();
 }
 
-// The exchange with a peer that plays r; stderr is compared when given.
-Exchange against(Reply r, const char* user = "u", const char* stderrText = nullptr) {
+// The outcome against a peer playing r, with what went to stderr.
+std::string against(bool standard, Reply r, int timeoutMs = 2000) {
     RawServer server(std::move(r));
     EXPECT_TRUE(server.start());
-    Exchange e;
-    if (stderrText) ::testing::internal::CaptureStderr();
-    exchange(e, server.port(), "127.0.0.1", user);
-    if (stderrText) {
-        EXPECT_EQ(::testing::internal::GetCapturedStderr(), stderrText);
-    }
-    return e;
-}
-
-TEST(Exchange, RequestBytesOnTheWire) {
-    RawServer server(okReply(xmlBody(100)));
-    ASSERT_TRUE(server.start());
-    Exchange e;
-    exchange(e, server.port(), "127.0.0.1", "a");
-    EXPECT_EQ(e.rc, 0);
-    EXPECT_EQ(e.text(), xmlBody(100));
-    EXPECT_EQ(server.request(0), "POST  /cimom HTTP/1.1 \r\n"
-                                 "Content-Type: application/xml; charset=\"utf-8\"\r\n"
-                                 "Content-Length: " + std::to_string(std::strlen(kXml) + 1) + "\r\n"
-                                 "Authorization: Basic YTpw\r\n"
-                                 "\n\r" + std::string(kXml));
+    ::testing::internal::CaptureStderr();
+    std::string got = run(standard, server.port(), timeoutMs);
+    std::string err = ::testing::internal::GetCapturedStderr();
+    return err.empty() ? got : got + " [" + err + "]";
 }
 
 TEST(Exchange, VeryLongCredentialsAreCutButTheXmlStillFollows) {
@@ -89,9 +81,7 @@ TEST(Exchange, VeryLongCredentialsAreCutButTheXmlStillFollows) {
     r.readRequest = false;  // the cut header block never ends
     RawServer server(r);
     ASSERT_TRUE(server.start());
-    Exchange e;
-    exchange(e, server.port(), "127.0.0.1", user.c_str());
-    EXPECT_EQ(e.rc, 0);
+    EXPECT_EQ(run(false, server.port(), 1000, user.c_str()), "0|" + xmlBody(100));
     const std::size_t headerLength = std::strlen(kXml) + 511;  // bounded by the XML's length + 511
     char encoded[8192];
     Encode64(encoded, (user + ":p").c_str(), sizeof encoded);
@@ -102,39 +92,29 @@ TEST(Exchange, VeryLongCredentialsAreCutButTheXmlStillFollows) {
     EXPECT_EQ(wire.substr(field, headerLength - field), std::string(encoded).substr(0, headerLength - field));
 }
 
-TEST(Exchange, ReceiveTimeOutIsAskedForWithLengthZero) {
-    static struct { int calls, level, name, result; socklen_t length; timeval value; } seen;
-    seen = {};
+// The default mode asks for the receive time-out with length 0, and logs the
+// request and the response when logging is on.
+TEST(Exchange, DefaultModeTimeOutAndLog) {
+    static std::string seen;  // per call: receive time-out?, length, seconds.microseconds -> result
+    seen.clear();
     auto saved = cimxml::transport::g_setSockOpt;
     cimxml::transport::g_setSockOpt = [](int fd, int level, int name, const void* value, socklen_t length) {
-        seen = {seen.calls + 1, level, name, ::setsockopt(fd, level, name, value, length), length,
-                *static_cast<const timeval*>(value)};
-        return seen.result;
+        const auto* t = static_cast<const timeval*>(value);
+        int rc = ::setsockopt(fd, level, name, value, length);
+        seen += std::to_string(level == SOL_SOCKET && name == SO_RCVTIMEO) + " " + std::to_string(length) + " " +
+                std::to_string(t->tv_sec) + "." + std::to_string(t->tv_usec) + " -> " + std::to_string(rc) + ";";
+        return rc;
     };
-    RawServer server(okReply(xmlBody(100)));
-    ASSERT_TRUE(server.start());
-    Exchange e;
-    exchange(e, server.port(), "127.0.0.1", "u", 2500);
-    cimxml::transport::g_setSockOpt = saved;
-    EXPECT_EQ(e.rc, 0);
-    EXPECT_EQ(seen.calls, 1);
-    EXPECT_EQ(seen.level, SOL_SOCKET);
-    EXPECT_EQ(seen.name, SO_RCVTIMEO);
-    EXPECT_EQ(seen.length, 0u);
-    EXPECT_EQ(seen.value.tv_sec, 2);
-    EXPECT_EQ(seen.value.tv_usec, 500);
-    EXPECT_EQ(seen.result, -1);  // refused, so no time-out is in force
-}
-
-TEST(Exchange, LogsRequestAndResponseWhenLoggingIsOn) {
     std::string path = ::testing::TempDir() + "transport_log_" + std::to_string(::getpid());
     std::remove(path.c_str());
     setenv("RT_LOG_LEVEL", "2", 1);
     setenv("RT_LOG_FILE", path.c_str(), 1);
-    Exchange e = against(okReply(xmlBody(64)));
+    EXPECT_EQ(against(false, okReply(xmlBody(64)), 2500), "0|" + xmlBody(64));
+    cimxml::transport::g_setSockOpt = saved;
     unsetenv("RT_LOG_LEVEL");
     unsetenv("RT_LOG_FILE");
     rt_log_init();
+    EXPECT_EQ(seen, "1 0 2.500 -> -1;");  // refused, so no time-out is in force
     std::stringstream log;
     log << std::ifstream(path).rdbuf();
     std::remove(path.c_str());
@@ -144,99 +124,192 @@ TEST(Exchange, LogsRequestAndResponseWhenLoggingIsOn) {
               std::string::npos) << log.str();
 }
 
-TEST(Exchange, UnusualReplies) {
-    const std::string body = xmlBody(300);
-    const struct { const char* name; Reply reply; int rc; std::string body; const char* err; } cases[] = {
-        {"401 whatever else it holds", reply("HTTP/1.1 401 Unauthorized\r\nContent-Length: 30\r\n\r\n" + body), 401,
-         kUnset, ""},
-        {"no Content-Length", reply("HTTP/1.1 200 OK\r\n\r\n" + body), -1, kUnset, ""},
-        {"no XML declaration: the empty body is the caller's", okReply("<CIM></CIM>"), -1, "", ""},
-        {"negative Content-Length", reply("HTTP/1.1 200 OK\r\nContent-Length: -1\r\n\r\n" + body), -1, "<null>",
-         "src/CIMC_SendRequest 355 could not allocate memory "},
-        {"nothing at all", Reply{}, -1, kUnset, ""},
-        {"more bytes than announced: cut at the length", reply(okResponse(body, -200)), 0, body.substr(0, 100), ""},
+struct Case {
+    std::string name;
+    Reply reply;
+    std::string inDefault, inStandard;
+    int timeoutMs = 2000;
+};
+
+TEST(Exchange, RepliesInBothModes) {
+    const std::string body = xmlBody(300), b78 = xmlBody(78), whole = okResponse(b78);
+    const std::string head = "HTTP/1.1 200 OK\r\nContent-Type: application/xml\r\n";
+    const std::size_t headerEnd = whole.find("\r\n\r\n") + 4;
+    Reply slow = okReply(b78);
+    slow.segments[0].delayMs = 800;
+    std::vector<Case> cases = {
+        {"401 whatever else it holds", reply("HTTP/1.1 401 Unauthorized\r\nContent-Length: 30\r\n\r\n" + body),
+         "401|<unset>", "401|: "},
+        {"no length: up to the close", reply("HTTP/1.1 200 OK\r\n\r\n" + body), "-1|<unset>", "0|" + body},
+        {"no XML declaration", okReply("<CIM></CIM>"), "-1|", "0|<CIM></CIM>"},
+        {"negative Content-Length", reply("HTTP/1.1 200 OK\r\nContent-Length: -1\r\n\r\n" + body),
+         "-1|<null> [src/CIMC_SendRequest 355 could not allocate memory ]",
+         "-1|1005: the reply's Content-Length is not a number"},
+        {"nothing at all", Reply{}, "-1|<unset>", "-1|1004: the connection was closed without a reply"},
+        {"more bytes than announced", reply(okResponse(body, -200)), "0|" + body.substr(0, 100),
+         "0|" + body.substr(0, 100)},
+        {"headers, then the body", splitReply(whole, {headerEnd}, 50), "-1|", "0|" + b78},
+        {"every byte its own read",
+         splitReply(whole, {1, 2, 3, 20, 40, headerEnd - 1, headerEnd + 1, headerEnd + 7}, 10), "-1|<unset>",
+         "0|" + b78},
+        {"chunked, with an extension and a trailer",
+         splitReply(head + "Transfer-Encoding: chunked\r\n\r\n10;x=y\r\n" + b78.substr(0, 16) + "\r\n3E\r\n" +
+                        b78.substr(16) + "\r\n0\r\nX-T: 1\r\n\r\n",
+                    {head.size() + 30, head.size() + 45}, 30),
+         "-1|<unset>", "0|" + b78},
+        {"an interim 100 Continue first", reply("HTTP/1.1 100 Continue\r\n\r\n" + whole), "0|" + b78, "0|" + b78},
+        {"closed inside the body", reply("HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\n0123456789"), "-1|",
+         "-1|1004: the connection was closed after 10 of 100 reply bytes"},
+        {"closed inside the header", reply("HTTP/1.1 200 OK\r\nContent-Le"), "-1|<unset>",
+         "-1|1004: the connection was closed before the reply header was complete"},
+        {"400 with CIMError", reply("HTTP/1.1 400 Bad Request\r\nCIMError: request-not-well-formed\r\n\r\n"),
+         "-1|<unset>", "-1|400: HTTP 400 Bad Request (CIMError: request-not-well-formed)"},
+        {"501, the header name in lower case",
+         reply("HTTP/1.1 501 Not Implemented\r\ncimerror: unsupported-operation\r\nContent-Length: 0\r\n\r\n"),
+         "-1|", "-1|501: HTTP 501 Not Implemented (CIMError: unsupported-operation)"},
+        {"not HTTP", reply("SSH-2.0-OpenSSH\r\n\r\n"), "-1|<unset>", "-1|1005: not an HTTP reply: \"SSH-2.0-OpenSSH\""},
+        {"bad chunk size", reply("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\nzz\r\n"), "-1|<unset>",
+         "-1|1005: the reply has a malformed chunk size"},
+        {"too slow for the time-out", slow, "0|" + b78, "-1|1003: no reply data within 300 ms", 300},
     };
-    for (const auto& c : cases) {
+    // The body split after its first 200 bytes: in the default mode the size
+    // decides whether the rest is waited for.
+    for (const auto& [size, whole] : std::vector<std::pair<std::size_t, bool>>{
+             {300, false}, {512, false}, {513, true}, {2047, true}, {2048, false}, {2049, true}, {70000, true}}) {
+        const std::string b = xmlBody(size), wire = okResponse(b);
+        cases.push_back({"split, " + std::to_string(size), splitReply(wire, {wire.size() - size + 200}, 150),
+                         "0|" + (whole ? b : b.substr(0, 200)), "0|" + b});
+    }
+    // The peer closing, or resetting after 200 ms of silence, inside the body.
+    const std::string b5000 = xmlBody(5000), wire = okResponse(b5000);
+    const std::size_t cut = wire.size() - 5000 + 1000;
+    cases.push_back({"closed early", splitReply(wire.substr(0, cut + 1500), {cut}, 50), "0|" + b5000.substr(0, 2500),
+                     "-1|1004: the connection was closed after 2500 of 5000 reply bytes"});
+    Reply reset = splitReply(wire.substr(0, cut), {cut}, 200);
+    reset.resetAfter = true;
+    cases.push_back({"reset early", reset, "0|" + b5000.substr(0, 1000) + " [ERROR!!! while recv data\n]",
+                     "-1|1004: receiving the reply failed: Connection reset by peer"});
+    for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
-        Exchange e = against(c.reply, "u", c.err);
-        EXPECT_EQ(e.rc, c.rc);
-        EXPECT_EQ(e.text(), c.body);
+        EXPECT_EQ(against(false, c.reply, c.timeoutMs), c.inDefault) << "default";
+        EXPECT_EQ(against(true, c.reply, c.timeoutMs), c.inStandard) << "standard";
     }
 }
 
 TEST(Exchange, UnreachablePeersFailWithoutCrashing) {
-    int probe = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in a{};
-    a.sin_family = AF_INET;
-    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t len = sizeof a;
-    ASSERT_EQ(::bind(probe, reinterpret_cast<sockaddr*>(&a), sizeof a), 0);
-    ASSERT_EQ(::getsockname(probe, reinterpret_cast<sockaddr*>(&a), &len), 0);
-    int port = ntohs(a.sin_port);
-    ::close(probe);  // nobody listens there now
-
+    auto gone = std::make_unique<RawServer>(okReply(kXml));
+    ASSERT_TRUE(gone->start());
+    const int port = gone->port();
+    gone.reset();
     EXPECT_EQ(CIMC_TcpConnect("127.0.0.1", port), -1);
     EXPECT_EQ(CIMC_TcpConnect(nullptr, port), -1);
-    for (const char* host : {"127.0.0.1", "localhost", "", static_cast<const char*>(nullptr)}) {
-        Exchange e;
-        exchange(e, port, host);
-        EXPECT_EQ(e.rc, -1) << (host ? host : "(null)");
-        EXPECT_EQ(e.text(), kUnset);
+    for (const char* host : {"127.0.0.1", "localhost", "", static_cast<const char*>(nullptr)})
+        EXPECT_EQ(run(false, port, 1000, "u", host), "-1|<unset>") << (host ? host : "(null)");
+    EXPECT_EQ(run(true, port), "-1|1001: cannot connect to 127.0.0.1 port " + std::to_string(port) +
+                                   ": Connection refused");
+    char* body = nullptr;
+    EXPECT_EQ(CIMSendRequest(nullptr, &body, "127.0.0.1", port, "u", "p", 1000), -1);
+}
+
+const std::string kGuard(8, '#');
+
+// The header block for host 10.0.0.1 in a buffer of `size` already holding `already`.
+std::string headers(int contentLength, const char* user, const char* password, unsigned size, const char* already) {
+    std::string buffer(size, '\0');
+    buffer += kGuard;
+    std::memcpy(&buffer[0], already, std::strlen(already));
+    int n = CIMC_CreateStdHttpHeaders("10.0.0.1", contentLength, &buffer[0], size, user, password);
+    EXPECT_EQ(buffer.substr(size), kGuard);
+    EXPECT_EQ(n, static_cast<int>(std::strlen(buffer.c_str())));
+    return buffer.c_str();
+}
+
+TEST(HeaderBlock, LinesCredentialsAndTheBufferSize) {
+    auto block = [](const char* length, const char* credentials) {  // no Host line
+        return std::string("POST  /cimom HTTP/1.1 \r\nContent-Type: application/xml; charset=\"utf-8\"\r\n") +
+               "Content-Length: " + length + "\r\nAuthorization: Basic " + credentials + "\r\n";
+    };
+    const std::string whole = block("1", "YTpi");  // "a:b"
+    const struct {
+        int length;
+        const char *user, *password;
+        unsigned size;
+        const char* already;
+        std::string want;
+    } cases[] = {
+        {0, "a", nullptr, 1024, "", block("0", "YTo=")},        // an absent password is empty
+        {1, nullptr, nullptr, 1024, "", block("1", "Og==")},    // ":"
+        {1, "a", "b", 1024, "X", "X" + whole},
+        {1, "a", "b", 10, "", "POST  /ci"},
+        {1, "a", "b", 10, "ABCDEFGHI", "ABCDEFGHI"},
+        {1, "a", "b", 1, "", ""},
+        {1, "a", "b", static_cast<unsigned>(whole.size()), "", whole.substr(0, whole.size() - 1)},  // loses only the last LF
+    };
+    for (const auto& c : cases) EXPECT_EQ(headers(c.length, c.user, c.password, c.size, c.already), c.want) << c.size;
+    // A line longer than the 16 KB scratch is cut there, its CR LF with it.
+    const std::string h = headers(1, "a", std::string(20000, 'x').c_str(), 40000, "");
+    EXPECT_EQ(h.size() - h.find("Authorization: Basic YTp4eHh4"), 16383u);
+    EXPECT_EQ(h.substr(h.size() - 4), "h4eH");
+    char untouched = '#';
+    EXPECT_EQ(CIMC_CreateStdHttpHeaders(nullptr, 1, &untouched, 0, "a", "b"), 0);
+    EXPECT_EQ(untouched, '#');
+}
+
+TEST(Encode64, GroupsAndTheOutputBound) {
+    const struct { const char* in; int size; const char* want; } cases[] = {
+        {"", 64, ""}, {"a", 64, "YQ=="}, {"ab", 64, "YWI="}, {"abc", 64, "YWJj"}, {"a:b", 64, "YTpi"},
+        {"\xfb\xff", 64, "+/8="},
+        // Terminated inside the output: the last byte is always the NUL.
+        {"a", 5, "YQ=="}, {"a", 4, "YQ="}, {"a", 2, "Y"}, {"abc", 4, "YWJ"}, {"abcdef", 6, "YWJjZ"}, {"abc", 1, ""},
+        {"abc", 0, nullptr}};
+    for (const auto& c : cases) {
+        std::string out(static_cast<size_t>(c.size), '!');
+        out += kGuard;
+        Encode64(&out[0], c.in, c.size);
+        EXPECT_EQ(out.substr(static_cast<size_t>(c.size)), kGuard) << c.in << " " << c.size;
+        if (c.want) {
+            EXPECT_STREQ(out.c_str(), c.want) << c.in << " " << c.size;
+        }
     }
-    Exchange e;
-    EXPECT_EQ(CIMSendRequest(nullptr, &e.body, "127.0.0.1", port, "u", "p", 1000), -1);
+    Encode64(nullptr, "a", 8);
+    char out[4] = "zz";
+    Encode64(out, nullptr, 4);
+    EXPECT_STREQ(out, "");
 }
 
-// Long texts compared without printing them whole.
-::testing::AssertionResult sameText(const std::string& got, const std::string& want) {
-    if (got == want) return ::testing::AssertionSuccess();
-    std::size_t at = 0;
-    while (at < got.size() && at < want.size() && got[at] == want[at]) ++at;
-    return ::testing::AssertionFailure() << "got " << got.size() << " bytes, want " << want.size()
-                                         << ", first difference at " << at;
-}
-
-// The body split after its first 200 bytes: the size decides whether the
-// rest is waited for.
-TEST(Exchange, SizeBandsOfABodyInTwoSegments) {
-    const struct { std::size_t size; bool whole; } bands[] = {{300, false},  {512, false},  {513, true}, {2047, true},
-                                                              {2048, false}, {2049, true}, {70000, true}};
-    for (const auto& b : bands) {
-        SCOPED_TRACE(b.size);
-        const std::string body = xmlBody(b.size);
-        const std::string wire = okResponse(body);
-        Exchange e = against(splitReply(wire, {wire.size() - body.size() + 200}, 150));
-        EXPECT_EQ(e.rc, 0);
-        EXPECT_TRUE(sameText(e.text(), b.whole ? body : body.substr(0, 200)));
+TEST(Decode64, GroupsPaddingAndTheSizeBound) {
+    // want: the first bytes of the output (3 at least, as groups may hold NULs).
+    const struct { const char* in; int size; int rc; std::string want; } cases[] = {
+        {"", 16, 0, std::string(1, '\0')},
+        {"=QUJD", 16, 0, std::string(1, '\0')},  // padding first ends the input
+        {nullptr, 16, 0, std::string(1, '\0')},
+        {"QUJD", 16, 0, std::string("ABC\0", 4)},
+        {"YTo=", 16, 0, std::string("a:\0", 3)},
+        {"QQ", 16, 0, std::string("A\0", 2)},
+        {"QUJDREVG", 7, 0, std::string("ABCDEF\0", 7)},  // 6 bytes and the terminator fit in 7
+        {"+AAA", 16, 0, std::string("\xFC\0\0", 3)},
+        {"A/AA", 16, 0, std::string("\x0F\xF0\0", 3)},
+        {"\x1b\x1f" "AA", 16, 0, std::string("\xFB\xF0\0", 3)},  // ESC and US carry 62 and 63
+        {"\x80\x80\x80\x80", 16, 0, "\xFF\xFF\xFF"},               // bytes outside the table decode as 0xFF
+        // Too big: reported in the output as far as it fits.
+        {"QUJD", 3, -1, std::string("St\0", 3)},
+        {"QUJDREVG", 6, -1, std::string("Strin\0", 6)},
+        {"QUJDREVG", 15, 0, "ABCDEF"},
+        {"QUJDREVGR0hJSktMTU5P", 15, -1, std::string("String too big\0", 15)},
+        {"QUJD", 1, -1, std::string(1, '\0')},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(std::string(c.in ? c.in : "(null)") + " in " + std::to_string(c.size));
+        std::string out(static_cast<size_t>(c.size), '!');
+        out += kGuard;
+        EXPECT_EQ(Decode64(&out[0], c.in, c.size), c.rc);
+        EXPECT_EQ(out.substr(static_cast<size_t>(c.size)), kGuard);
+        EXPECT_EQ(out.substr(0, c.want.size()), c.want);
     }
-}
-
-TEST(Exchange, PeerClosingOrResettingEarlyEndsWithThePartialBody) {
-    const std::string body = xmlBody(5000);
-    const std::string wire = okResponse(body);
-    const std::size_t cut = wire.size() - body.size() + 1000;
-    Exchange closed = against(splitReply(wire.substr(0, cut + 1500), {cut}, 50));
-    EXPECT_EQ(closed.rc, 0);
-    EXPECT_TRUE(sameText(closed.text(), body.substr(0, 2500)));
-
-    Reply r = splitReply(wire.substr(0, cut), {cut}, 200);  // 200 ms of silence, then RST
-    r.resetAfter = true;
-    Exchange reset = against(r, "u", "ERROR!!! while recv data\n");
-    EXPECT_EQ(reset.rc, 0);
-    EXPECT_TRUE(sameText(reset.text(), body.substr(0, 1000)));
-}
-
-TEST(Exchange, HundredMegabyteBodyArrivesWhole) {
-    const std::size_t size = 100u * 1024 * 1024;
-    Reply r = reply(okResponse(xmlBody(size)));
-    auto start = std::chrono::steady_clock::now();
-    Exchange e = against(std::move(r));
-    auto seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    EXPECT_EQ(e.rc, 0);
-    ASSERT_TRUE(e.body != kUnset && e.body);
-    EXPECT_EQ(std::strlen(e.body), size);
-    EXPECT_EQ(std::memcmp(e.body, xmlBody(size).data(), size), 0);
-    EXPECT_LT(seconds, 20.0);
+    char untouched = '#';
+    EXPECT_EQ(Decode64(&untouched, "QUJD", 0), -1);
+    EXPECT_EQ(untouched, '#');
+    EXPECT_EQ(Decode64(nullptr, "QUJD", 16), -1);
 }
 
 }  // namespace

@@ -1,7 +1,6 @@
-// A raw-bytes HTTP peer for tests: listens on 127.0.0.1:<free port>, records
-// what each connection sends and plays a scripted reply. Connections are
-// served one after another; connection i gets replies[i], the last reply
-// serves any later one.
+// A raw-bytes HTTP peer for tests: listens on 127.0.0.1:<free port>, plays
+// the scripted reply to each connection, one after another, and records what
+// each sent.
 #pragma once
 
 #include <arpa/inet.h>
@@ -56,11 +55,11 @@ inline Reply splitReply(const std::string& bytes, std::vector<std::size_t> cuts,
 
 class RawServer {
 public:
-    explicit RawServer(Reply r) : replies_{std::move(r)} {}
+    explicit RawServer(Reply r) : reply_(std::move(r)) {}
     ~RawServer() {
         stopping_ = true;
         if (thread_.joinable()) thread_.join();
-        if (listener_ >= 0) ::close(listener_);
+        ::close(listener_);
     }
 
     bool start() {
@@ -73,7 +72,10 @@ public:
             ::listen(listener_, 16) != 0 || ::getsockname(listener_, reinterpret_cast<sockaddr*>(&a), &len) != 0)
             return false;
         port_ = ntohs(a.sin_port);
-        thread_ = std::thread([this] { run(); });
+        thread_ = std::thread([this] {
+            while (readable(listener_, 1 << 30))
+                if (int fd = ::accept(listener_, nullptr, nullptr); fd >= 0) serve(fd);
+        });
         return true;
     }
     int port() const { return port_; }
@@ -91,63 +93,45 @@ public:
 
 private:
     bool readable(int fd, int idleMs) {
-        for (int waited = 0; waited < idleMs && !stopping_; waited += 20) {
-            pollfd p{fd, POLLIN, 0};
+        pollfd p{fd, POLLIN, 0};
+        for (int waited = 0; waited < idleMs && !stopping_; waited += 20)
             if (::poll(&p, 1, 20) > 0) return true;
-        }
         return false;
     }
     bool readSome(int fd, std::string& got) {
         char buf[65536];
         ssize_t n = readable(fd, 10000) ? ::recv(fd, buf, sizeof buf, 0) : 0;
-        if (n > 0) got.append(buf, static_cast<std::size_t>(n));
-        return n > 0;
+        return n > 0 && (got.append(buf, static_cast<std::size_t>(n)), true);
     }
-    // The client ends its header block with CR LF LF (the default framing)
-    // or CR LF CR LF (the standard one), then sends the body.
+    // The header block ends with CR LF LF (the default framing) or CR LF CR
+    // LF (the standard one), then the body follows.
     static bool requestComplete(const std::string& got) {
         std::size_t end = got.find("\r\n\n"), gap = 3;
         if (end == std::string::npos) end = got.find("\r\n\r\n"), gap = 4;
-        if (end == std::string::npos) return false;
         std::size_t field = got.find("Content-Length:");
-        return field == std::string::npos || field > end ||
-               got.size() >= end + gap + std::strtoul(got.c_str() + field + 15, nullptr, 10);
+        return end != std::string::npos && (field == std::string::npos || field > end ||
+                                            got.size() >= end + gap + std::strtoul(&got[field + 15], nullptr, 10));
     }
-    void serve(int fd, const Reply& r) {
+    void serve(int fd) {
         std::string got;
-        while (r.readRequest && !requestComplete(got) && readSome(fd, got)) {
-        }
+        while (reply_.readRequest && !requestComplete(got) && readSome(fd, got)) {}
         int on = 1;
         ::setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-        for (const Segment& s : r.segments) {
+        for (const Segment& s : reply_.segments) {
             std::this_thread::sleep_for(std::chrono::milliseconds(s.delayMs));
-            for (std::size_t at = 0; at < s.bytes.size() && !stopping_;) {
-                ssize_t n = ::send(fd, s.bytes.data() + at, s.bytes.size() - at, MSG_NOSIGNAL);
-                if (n <= 0) break;
-                at += static_cast<std::size_t>(n);
-            }
+            for (ssize_t at = 0, n = 0; at < static_cast<ssize_t>(s.bytes.size()) && !stopping_ && n >= 0; at += n)
+                if ((n = ::send(fd, &s.bytes[at], s.bytes.size() - at, MSG_NOSIGNAL)) <= 0) break;
         }
-        if (r.resetAfter) {
-            linger abort{1, 0};
-            ::setsockopt(fd, SOL_SOCKET, SO_LINGER, &abort, sizeof abort);
-        } else {
-            ::shutdown(fd, SHUT_WR);  // then read to EOF so the close never resets the stream
-            while (readSome(fd, got)) {
-            }
-        }
+        linger abort{1, 0};  // or half-close, then read to EOF so the close never resets the stream
+        if (reply_.resetAfter) ::setsockopt(fd, SOL_SOCKET, SO_LINGER, &abort, sizeof abort);
+        else if (::shutdown(fd, SHUT_WR) == 0) while (readSome(fd, got)) {}
         ::close(fd);
         std::lock_guard<std::mutex> lock(mutex_);
         requests_.push_back(std::move(got));
         done_.notify_all();
     }
-    void run() {
-        for (std::size_t served = 0; readable(listener_, 1 << 30); ++served) {
-            int fd = ::accept(listener_, nullptr, nullptr);
-            if (fd >= 0) serve(fd, replies_[served < replies_.size() ? served : replies_.size() - 1]);
-        }
-    }
 
-    std::vector<Reply> replies_;
+    Reply reply_;
     int listener_ = -1;
     int port_ = 0;
     std::atomic<bool> stopping_{false};
