@@ -100,6 +100,13 @@ const T* named(const T* chain, const char* name) {
     return chain;
 }
 // Takes the error out of *slot as "code:description" ("" when none).
+template <typename T>
+int count(const T* chain) {
+    int n = 0;
+    for (; chain; chain = chain->next) ++n;
+    return n;
+}
+
 inline std::string takeError(Error** slot) {
     const Error* e = *slot;
     std::string out = e ? std::string(e->code ? e->code : "") + ":" + (e->description ? e->description : "") : "";
