@@ -252,6 +252,7 @@ TEST(HeaderBlock, LinesCredentialsAndTheBufferSize) {
     EXPECT_EQ(h.substr(h.size() - 4), "h4eH");
     char untouched = '#';
     EXPECT_EQ(CIMC_CreateStdHttpHeaders(nullptr, 1, &untouched, 0, "a", "b"), 0);
+    EXPECT_EQ(CIMC_CreateStdHttpHeaders(nullptr, 1, nullptr, 64, "a", "b"), 0);
     EXPECT_EQ(untouched, '#');
 }
 
