@@ -1,4 +1,6 @@
 // Names, paths, association results and request keys against the mock broker.
+#include <utility>
+
 #include "broker.h"
 
 namespace {
@@ -94,6 +96,7 @@ TEST_F(Names, KeyBindingsBecomeTypedKeys) {
         {"300", "numeric", "uint8", "K=255(uint8)"},  // saturated
         {"-1", "numeric", "uint16", "K=0(uint16)"},
         {"-200", "numeric", "sint8", "K=-128(sint8)"},
+        {" \t-7", "numeric", nullptr, "K=-7(sint64)"},  // the sign after blanks
         {"3000000000", "Numeric", "sint32", "K=2147483647(sint32)"},
         {"99999999999999999999999", "numeric", nullptr, "K=18446744073709551615(uint64)"},
         {"-99999999999999999999999", "numeric", nullptr, "K=-9223372036854775808(sint64)"},
@@ -116,6 +119,7 @@ TEST_F(Names, KeyBindingsBecomeTypedKeys) {
         InstanceName name{};
         AddToKeyBindingListRef(&name.keyBindings, "K", c.value, c.valueType, nullptr);
         if (c.cimType) name.keyBindings->keyValue->cimType = cimxml::dupString(c.cimType);
+        if (!c.valueType) std::free(std::exchange(name.keyBindings->keyValue->valueType, nullptr));  // a string
         CIMCObjectPath* op = path(kNs, "X");
         int rc = CIMC_AddKeyValues(op, &name, env_);
         Free_KeyBinding(name.keyBindings);

@@ -172,6 +172,11 @@ TEST(Exchange, RepliesInBothModes) {
          "-1|1005: the reply has a malformed chunk size"},
         {"too slow for the time-out", slow, "0|" + b78, "-1|1003: no reply data within 300 ms", 300},
     };
+    // Chunk sizes strtoull would take but the chunked syntax does not.
+    for (const char* size : {" 5", "+5", "1FFFFFFFFFFFFFFFF", "4000000000000000", "5x"})
+        cases.push_back({std::string("chunk size ") + size,
+                         reply(head + "Transfer-Encoding: chunked\r\n\r\n" + size + "\r\nabcde\r\n0\r\n\r\n"),
+                         "-1|<unset>", "-1|1005: the reply has a malformed chunk size"});
     // The body split after its first 200 bytes: in the default mode the size
     // decides whether the rest is waited for.
     for (const auto& [size, whole] : std::vector<std::pair<std::size_t, bool>>{
@@ -196,6 +201,21 @@ TEST(Exchange, RepliesInBothModes) {
     }
 }
 
+// A peer that hangs up at once, leaving OpenSSL no reason of its own to give.
+TEST(Exchange, TlsPeerThatHangsUp) {
+    Reply r;
+    r.readRequest = false;
+    RawServer server(r);
+    ASSERT_TRUE(server.start());
+    char* body = nullptr;
+    Failure failure;
+    EXPECT_EQ(cimxml::transport::sendStandard(kXml, &body, Peer{"127.0.0.1", server.port(), "u", "p", 2000},
+                                              {true, true, nullptr}, Call{"M", "o"}, &failure), -1);
+    EXPECT_EQ(std::string(failure.code) + ": " + failure.description,
+              "1006: TLS handshake with 127.0.0.1 failed: the peer closed the connection");
+    std::free(body);
+}
+
 TEST(Exchange, UnreachablePeersFailWithoutCrashing) {
     auto gone = std::make_unique<RawServer>(okReply(kXml));
     ASSERT_TRUE(gone->start());
@@ -207,6 +227,8 @@ TEST(Exchange, UnreachablePeersFailWithoutCrashing) {
         EXPECT_EQ(run(false, port, 1000, "u", host), "-1|<unset>") << (host ? host : "(null)");
     EXPECT_EQ(run(true, port), "-1|1001: cannot connect to 127.0.0.1 port " + std::to_string(port) +
                                    ": Connection refused");
+    const std::string unresolved = run(true, port, 1000, "u", "no-such-host.invalid");
+    EXPECT_EQ(unresolved.rfind("-1|1001: cannot resolve no-such-host.invalid: ", 0), 0u) << unresolved;
     char* body = nullptr;
     EXPECT_EQ(CIMSendRequest(nullptr, &body, "127.0.0.1", port, "u", "p", 1000), -1);
 }

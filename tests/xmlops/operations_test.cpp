@@ -112,7 +112,13 @@ TEST(Frame, TreesFromUnusualReplies) {
              "      <VALUE.ARRAY>\n        <VALUE>1</VALUE>\n        <VALUE.NULL/>\n        <VALUE>3</VALUE>\n"
              "      </VALUE.ARRAY>\n    </PROPERTY.ARRAY>\n    <PROPERTY NAME=\"E\" TYPE=\"string\" "
              "EmbeddedObject=\"instance\"><VALUE>&lt;INSTANCE CLASSNAME=&quot;In&quot;&gt;&lt;/INSTANCE&gt;</VALUE>"
-             "</PROPERTY>\n  </INSTANCE>\n"), [&](auto h, auto e) {
+             "</PROPERTY>\n    <PROPERTY NAME=\"U\" TYPE=\"string\"><VALUE>&lt;INSTANCE CLASSNAME=&quot;In&quot;&gt;"
+             "&lt;/INSTANCE&gt;</VALUE></PROPERTY>\n  </INSTANCE>\n"), [&](auto h, auto e) {
+             return joined(taken(GetInstance(h, object->instanceName, 2, 2, 2, nullptr, e), Free_Instance)); }},
+        // Read right after a standard reply: the default mode leaves marked escaped text as it is.
+        {"default_marked_text", false, returning("<INSTANCE CLASSNAME=\"A\"><PROPERTY NAME=\"E\" TYPE=\"string\" "
+             "EmbeddedObject=\"instance\"><VALUE>&lt;INSTANCE CLASSNAME=&quot;In&quot;&gt;&lt;/INSTANCE&gt;</VALUE>"
+             "</PROPERTY></INSTANCE>"), [&](auto h, auto e) {
              return joined(taken(GetInstance(h, object->instanceName, 2, 2, 2, nullptr, e), Free_Instance)); }},
     };
     for (const auto& c : cases) {
