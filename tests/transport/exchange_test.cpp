@@ -157,6 +157,7 @@ TEST(Exchange, RepliesInBothModes) {
                         b78.substr(16) + "\r\n0\r\nX-T: 1\r\n\r\n",
                     {head.size() + 30, head.size() + 45}, 30),
          "-1|<unset>", "0|" + b78},
+        {"LF line ends", reply("HTTP/1.1 200 OK\nContent-Length: 78\n\n" + b78), "0|" + b78, "0|" + b78},
         {"an interim 100 Continue first", reply("HTTP/1.1 100 Continue\r\n\r\n" + whole), "0|" + b78, "0|" + b78},
         {"closed inside the body", reply("HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\n0123456789"), "-1|",
          "-1|1004: the connection was closed after 10 of 100 reply bytes"},
