@@ -46,6 +46,7 @@ TEST_F(Invoke, EachKindOfDataItem) {
         {"R", {CIMC_real64, 0, with([](CIMCValue& v) { v.real64 = 0.25; })}, "real64", "0.25"},
         {"C", {CIMC_char16, 0, with([](CIMCValue& v) { v.char16 = 'x'; })}, "char16", "<none>"},
         {"D", {CIMC_dateTime, 0, dateTime("00000001020304.000000:000")}, "datetime", "00000001020304.000000:000"},
+        {"Z", {CIMC_dateTime, 0, none()}, "datetime", "<none>"},  // no datetime object
         {"A", {CIMC_sint8 | CIMC_ARRAY, 0, array(CIMC_sint8, {none()})}, "sint8", "<none>"},
         {"P", {CIMC_ref, 0, none()}, "reference", "<none>"},
         {"Q", {CIMC_ref, 0, ref(path("", "X", {{"Id", "1"}}))}, "reference", "<none>"},

@@ -91,6 +91,10 @@ TEST_F(Names, KeyBindingsBecomeTypedKeys) {
     InstanceName empty{};
     EXPECT_EQ(CIMC_AddKeyValues(path(kNs, "X"), nullptr, env_), -1);
     EXPECT_EQ(CIMC_AddKeyValues(path(kNs, "X"), &empty, env_), 0);
+    InstanceName dated{};
+    AddToKeyBindingListRef(&dated.keyBindings, "K", "20240101000000.000000+000", "datetime", nullptr);
+    EXPECT_EQ(CIMC_AddKeyValues(path(kNs, "X"), &dated, nullptr), -1);  // no environment to make the datetime
+    Free_KeyBinding(dated.keyBindings);
     const struct { const char* value; const char* valueType; const char* cimType; const char* back; } cases[] = {
         {"42", "numeric", "uint8", "K=42(uint8)"},
         {"300", "numeric", "uint8", "K=255(uint8)"},  // saturated
