@@ -28,6 +28,7 @@
 namespace {
 
 constexpr int kCalls = 1000;
+constexpr int kRepetitions = 5;
 
 // CPU time of the calling thread: the mock serves on its own thread, so this
 // is the client's own share of a call, kernel time included.
@@ -36,7 +37,6 @@ double threadSeconds() {
     clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
     return static_cast<double>(t.tv_sec) + static_cast<double>(t.tv_nsec) * 1e-9;
 }
-constexpr int kRepetitions = 5;
 
 bool libraryCall(ClientHandle* handle, InstanceName* name) {
     Error* error = nullptr;
