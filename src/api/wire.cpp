@@ -61,6 +61,13 @@ WireSettings wireSettingsOf(const ClientHandle* handle) {
     return WireSettings{};
 }
 
+bool standardWireOf(const ClientHandle* handle) noexcept {
+    std::lock_guard<std::mutex> hold(g_lock);
+    if (!g_handles) return false;
+    auto it = g_handles->find(handle);
+    return it != g_handles->end() && it->second.standard;
+}
+
 }  // namespace cimxml
 
 extern "C" int CIMC_SetWireMode(ClientHandle* handle, int mode, const char* scheme) {

@@ -29,5 +29,7 @@ bool rememberHandle(const ClientHandle* handle, const WireSettings& settings) no
 void forgetHandle(const ClientHandle* handle) noexcept;
 // The settings of a handle; defaults for one the library does not know.
 WireSettings wireSettingsOf(const ClientHandle* handle);
+// Only whether the handle talks in the standard wire mode (no copy made).
+bool standardWireOf(const ClientHandle* handle) noexcept;
 
 }  // namespace cimxml

@@ -49,15 +49,7 @@ void writeParts(OutBuf& out, const Step& s, const char* text) noexcept {
         std::size_t n = end ? static_cast<std::size_t>(end - part) : std::strlen(part);
         if (n) {
             put(out, s.pre);
-            char piece[256];
-            // Parts are short; a longer one is written in slices.
-            for (std::size_t done = 0; done < n;) {
-                std::size_t k = n - done < sizeof piece - 1 ? n - done : sizeof piece - 1;
-                std::memcpy(piece, part + done, k);
-                piece[k] = '\0';
-                out.text(piece);
-                done += k;
-            }
+            out.text(part, n);
             put(out, s.post);
         }
         if (!end) break;

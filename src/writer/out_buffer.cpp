@@ -54,10 +54,9 @@ void OutBuf::appendInt(std::int32_t v) noexcept {
     append(p, static_cast<std::size_t>(end - p));
 }
 
-void OutBuf::escaped(const char* s) noexcept {
-    if (!s) return;
+void OutBuf::escaped(const char* s, std::size_t n) noexcept {
     const char* run = s;
-    for (; *s; ++s) {
+    for (const char* end = s + n; s != end; ++s) {
         const char* entity;
         std::size_t n;
         switch (*s) {

@@ -44,10 +44,16 @@ public:
     // escaped (fit for element content and double-quoted attributes), else
     // as it stands.
     void text(const char* s) noexcept {
-        if (standard_) escaped(s);
-        else append(s);
+        if (s) text(s, std::strlen(s));
     }
-    void escaped(const char* s) noexcept;
+    void text(const char* s, std::size_t n) noexcept {
+        if (standard_) escaped(s, n);
+        else append(s, n);
+    }
+    void escaped(const char* s) noexcept {
+        if (s) escaped(s, std::strlen(s));
+    }
+    void escaped(const char* s, std::size_t n) noexcept;
 
     std::size_t size() const noexcept { return len_; }
     bool failed() const noexcept { return failed_; }

@@ -471,24 +471,21 @@ constexpr Step sQualifierDecl[] = {
     child(R(QualifierDecl, valueArray, ValueArray)),
     text("</QUALIFIER.DECLARATION>"),
 };
+// One scope flag: its kept form in the default mode, the regular one in the standard mode.
+#define SCOPE_FLAG(kept, regular, f) \
+    defaultOnly(flagIf(kept, F16(Scope, f))), standardOnly(flagIf(regular, F16(Scope, f)))
 constexpr Step sScope[] = {
     text("<SCOPE"),
-    defaultOnly(flagIf(kScopeClass, F16(Scope, cimClass))),
-    standardOnly(flagIf(" CLASS=\"true\"", F16(Scope, cimClass))),
-    defaultOnly(flagIf(kScopeAssociation, F16(Scope, association))),
-    standardOnly(flagIf(" ASSOCIATION=\"true\"", F16(Scope, association))),
-    defaultOnly(flagIf(kScopeReference, F16(Scope, reference))),
-    standardOnly(flagIf(" REFERENCE=\"true\"", F16(Scope, reference))),
-    defaultOnly(flagIf(kScopeProperty, F16(Scope, property))),
-    standardOnly(flagIf(" PROPERTY=\"true\"", F16(Scope, property))),
-    defaultOnly(flagIf(kScopeMethod, F16(Scope, method))),
-    standardOnly(flagIf(" METHOD=\"true\"", F16(Scope, method))),
-    defaultOnly(flagIf(kScopeParameter, F16(Scope, parameter))),
-    standardOnly(flagIf(" PARAMETER=\"true\"", F16(Scope, parameter))),
-    defaultOnly(flagIf(kScopeIndication, F16(Scope, indication))),
-    standardOnly(flagIf(" INDICATION=\"true\"", F16(Scope, indication))),
+    SCOPE_FLAG(kScopeClass, " CLASS=\"true\"", cimClass),
+    SCOPE_FLAG(kScopeAssociation, " ASSOCIATION=\"true\"", association),
+    SCOPE_FLAG(kScopeReference, " REFERENCE=\"true\"", reference),
+    SCOPE_FLAG(kScopeProperty, " PROPERTY=\"true\"", property),
+    SCOPE_FLAG(kScopeMethod, " METHOD=\"true\"", method),
+    SCOPE_FLAG(kScopeParameter, " PARAMETER=\"true\"", parameter),
+    SCOPE_FLAG(kScopeIndication, " INDICATION=\"true\"", indication),
     text("/>"),
 };
+#undef SCOPE_FLAG
 constexpr Step sMethod[] = {
     text("<METHOD"),
     nameAttr(S(Method, name)),

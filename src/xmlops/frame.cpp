@@ -93,7 +93,8 @@ char* writeRequest(ClientHandle* handle, const Operation& op, const Arg* args) {
     bool failed = !methodCall || !setText(&methodCall->name, op.method) ||
                   !(methodCall->localNamespacePath = newNamespacePath(handle->nameSpace));
 
-    const bool standard = standardWire(handle) && op.standardParams;
+    const bool wireStandard = standardWire(handle);
+    const bool standard = wireStandard && op.standardParams;
     const ParamSpec* params = standard ? op.standardParams : op.params;
     const std::size_t paramCount = standard ? op.standardParamCount : op.paramCount;
     IParamValue** tail = methodCall ? &methodCall->iParamValues : nullptr;
@@ -105,7 +106,8 @@ char* writeRequest(ClientHandle* handle, const Operation& op, const Arg* args) {
         }
     }
 
-    char* text = failed ? nullptr : writeEnvelope(handle, cim);
+    char* text = nullptr;
+    if (!failed) writer::writeDocument(cim, &text, wireStandard);
     if (methodCall) Free_IParamValue_New(methodCall->iParamValues);
     Free_Header(cim);
     return text;
@@ -145,13 +147,7 @@ void storeError(Error* error, Error** errorOut) {
         Free_Error(error);
 }
 
-bool standardWire(ClientHandle* handle) {
-    try {
-        return handle && wireSettingsOf(handle).standard;
-    } catch (...) {  // called from the extern "C" functions, outside their catch
-        return false;
-    }
-}
+bool standardWire(ClientHandle* handle) { return handle && standardWireOf(handle); }
 
 char* writeEnvelope(ClientHandle* handle, CIM* cim) {
     char* text = nullptr;

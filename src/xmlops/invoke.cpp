@@ -97,11 +97,7 @@ std::string modelPath(const InstanceName* name) {
 std::string targetObject(ClientHandle* handle, InstanceName* target) {
     std::string out = handle->nameSpace ? handle->nameSpace : "";
     out += ':';
-    if (hasKeys(target)) {
-        out += modelPath(target);
-    } else if (target->className && target->className->name) {
-        out += target->className->name;
-    }
+    out += modelPath(target);  // the class alone when there are no key bindings
     return out;
 }
 
