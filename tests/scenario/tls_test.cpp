@@ -4,6 +4,9 @@
 // certificate or CIMXML_TLS_INSECURE=1 says not to verify.
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
+#include <cstdio>
 #include <cstdlib>
 #include <memory>
 #include <string>
@@ -18,7 +21,8 @@ namespace {
 struct TlsServer {
     std::string base, cert = base + "-cert.pem";
     std::unique_ptr<cimmock::Server> server;
-    explicit TlsServer(const char* ip) : base(::testing::TempDir() + "/scenario-" + ip) {
+    explicit TlsServer(const char* ip)
+        : base(::testing::TempDir() + "/scenario-" + std::to_string(::getpid()) + "-" + ip) {
         const std::string make = "openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes -days 1 "
                                  "-subj /CN=cimxml-test -addext subjectAltName=IP:" + std::string(ip) + " -keyout " +
                                  base + "-key.pem -out " + cert + " >/dev/null 2>&1";
@@ -29,6 +33,11 @@ struct TlsServer {
         options.tlsKeyFile = base + "-key.pem";
         server = std::make_unique<cimmock::Server>(options);
         EXPECT_TRUE(server->start());
+    }
+    ~TlsServer() {
+        server.reset();
+        std::remove(cert.c_str());
+        std::remove((base + "-key.pem").c_str());
     }
 };
 

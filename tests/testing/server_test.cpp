@@ -137,9 +137,10 @@ TEST(ServerTest, StartsOnceStopsAndReportsBadFiles) {
   EXPECT_FALSE(Server(o).start(&err));
   EXPECT_NE(err.find("/nonexistent/file.mof"), std::string::npos);
   o.mofFiles.clear();
-  o.tlsCertFile = o.tlsKeyFile = ::testing::TempDir() + "/not-a-certificate.pem";
+  o.tlsCertFile = o.tlsKeyFile = ::testing::TempDir() + "/not-a-certificate-" + std::to_string(getpid()) + ".pem";
   std::ofstream(o.tlsCertFile) << "not a certificate\n";
   EXPECT_FALSE(Server(o).start(&err));
+  std::remove(o.tlsCertFile.c_str());
   EXPECT_EQ(err.rfind("TLS: certificate", 0), 0u) << err;  // TLS serving is driven by tests/scenario/tls_test
   Server s{ServerOptions()};
   ASSERT_TRUE(s.start(&err)) << err;
