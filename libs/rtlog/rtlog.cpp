@@ -4,6 +4,7 @@
 #include <sys/time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdarg>
 #include <cstdio>
@@ -35,7 +36,7 @@ void configure() {
     }
     std::lock_guard<std::mutex> lock(g_configMutex);
     int old = g_fd.exchange(fd);
-    if (g_ownsFd && old >= 0 && old != fd) ::close(old);
+    if (g_ownsFd && old != fd) ::close(old);  // only an opened file is owned
     g_ownsFd = owns;
     g_threshold.store(threshold);
 }
@@ -61,35 +62,26 @@ void _rt_log(const char* file, int line, const char* component, const char* cate
                       tmv.tm_mon + 1, tmv.tm_mday, tmv.tm_hour, tmv.tm_min, tmv.tm_sec,
                       static_cast<long>(tv.tv_usec));
         char head[512];
-        int headLen = std::snprintf(head, sizeof head, "%s [%ld] %s %s %s:%d: ", stamp,
-                                    static_cast<long>(getpid()), component ? component : "-",
-                                    category ? category : "-", file ? file : "-", line);
-        if (headLen < 0) return;
-        std::string text(head, static_cast<std::size_t>(headLen) < sizeof head ? headLen : sizeof head - 1);
+        const int headLen = std::snprintf(head, sizeof head, "%s [%ld] %s %s %s:%d: ", stamp,
+                                          static_cast<long>(getpid()), component ? component : "-",
+                                          category ? category : "-", file ? file : "-", line);
+        std::string text(head, static_cast<std::size_t>(std::clamp(headLen, 0, static_cast<int>(sizeof head) - 1)));
 
         va_list ap;
         va_start(ap, format);
         va_list copy;
         va_copy(copy, ap);
-        int n = std::vsnprintf(nullptr, 0, format, copy);
+        const std::size_t n = static_cast<std::size_t>(std::max(std::vsnprintf(nullptr, 0, format, copy), 0));
         va_end(copy);
-        if (n > 0) {
-            std::size_t at = text.size();
-            text.resize(at + static_cast<std::size_t>(n) + 1);
-            std::vsnprintf(&text[at], static_cast<std::size_t>(n) + 1, format, ap);
-            text.resize(at + static_cast<std::size_t>(n));
-        }
+        const std::size_t at = text.size();
+        text.resize(at + n + 1);
+        std::vsnprintf(&text[at], n + 1, format, ap);
         va_end(ap);
-        text.push_back('\n');
+        text[at + n] = '\n';
 
-        const char* p = text.data();
-        std::size_t left = text.size();
-        while (left > 0) {
-            ssize_t w = ::write(fd, p, left);
-            if (w <= 0) break;
-            p += w;
-            left -= static_cast<std::size_t>(w);
-        }
+        // One write per line, so that lines from several threads stay whole.
+        const ssize_t written = ::write(fd, text.data(), text.size());
+        (void)written;
     } catch (...) {
         // Logging must never take the caller down.
     }

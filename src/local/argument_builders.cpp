@@ -221,8 +221,9 @@ int CDATASectionHandler(Property* properties, PropertyArray* propertyArrays, CIM
         CIMCType elementType = isString ? CIMC_string : CIMC_uint16;
         CIMCArray* array = env->ft->newArray(env, count, elementType, nullptr);
         if (!array) continue;
+        // The running count is never below this chain's length.
         int index = 0;
-        for (const Value* v = head; v && index < count; v = v->next, ++index) {
+        for (const Value* v = head; v; v = v->next, ++index) {
             if (!v->value) continue;
             if (isString) {
                 array->ft->setElementAt(array, index, charsArg(v->value), CIMC_chars);

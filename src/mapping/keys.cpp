@@ -79,7 +79,7 @@ bool parseNumber(const char* text, CIMCType type, CIMCValue* v) {
                                       : type == CIMC_uint16 ? UINT16_MAX
                                       : type == CIMC_uint32 ? UINT32_MAX
                                                             : UINT64_MAX;
-        if (u > max) u = max;
+        u = std::min(u, max);
         switch (type) {
             case CIMC_uint8: v->uint8 = static_cast<uint8_t>(u); break;
             case CIMC_uint16: v->uint16 = static_cast<uint16_t>(u); break;

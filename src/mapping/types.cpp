@@ -1,6 +1,7 @@
 // Type codes and value text: broker type codes to CIM type names and back,
 // one typed value to its text, array values to value lists, and the datetime
 // and interval records to their CIM-XML text.
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 
@@ -11,16 +12,10 @@ namespace mapping {
 
 namespace {
 
-// snprintf into text, never past size bytes.
-template <typename... Args>
-void format(char* text, std::size_t size, const char* fmt, Args... args) {
-    if (size) std::snprintf(text, size, fmt, args...);
-}
-
+// At most size - 1 bytes and the terminator; no text leaves the buffer as it was.
 void copyCut(char* text, std::size_t size, const char* from) {
     if (!size || !from) return;
-    std::size_t n = std::strlen(from);
-    if (n >= size) n = size - 1;
+    const std::size_t n = std::min(std::strlen(from), size - 1);
     std::memcpy(text, from, n);
     text[n] = '\0';
 }
@@ -32,17 +27,17 @@ bool isStringCode(unsigned int code) {
 // Formats an integer or real scalar; false for any other code.
 bool numberText(unsigned int code, const CIMCValue* v, char* text, std::size_t size) {
     switch (code) {
-        case CIMC_boolean: format(text, size, "%s", v->boolean ? "true" : "false"); return true;
-        case CIMC_uint8: format(text, size, "%u", static_cast<unsigned>(v->uint8)); return true;
-        case CIMC_uint16: format(text, size, "%u", static_cast<unsigned>(v->uint16)); return true;
-        case CIMC_uint32: format(text, size, "%u", v->uint32); return true;
-        case CIMC_uint64: format(text, size, "%llu", static_cast<unsigned long long>(v->uint64)); return true;
-        case CIMC_sint8: format(text, size, "%d", static_cast<int>(v->sint8)); return true;
-        case CIMC_sint16: format(text, size, "%d", static_cast<int>(v->sint16)); return true;
-        case CIMC_sint32: format(text, size, "%d", v->sint32); return true;
-        case CIMC_sint64: format(text, size, "%lld", static_cast<long long>(v->sint64)); return true;
-        case CIMC_real32: format(text, size, "%g", static_cast<double>(v->real32)); return true;
-        case CIMC_real64: format(text, size, "%g", v->real64); return true;
+        case CIMC_boolean: std::snprintf(text, size, "%s", v->boolean ? "true" : "false"); return true;
+        case CIMC_uint8: std::snprintf(text, size, "%u", static_cast<unsigned>(v->uint8)); return true;
+        case CIMC_uint16: std::snprintf(text, size, "%u", static_cast<unsigned>(v->uint16)); return true;
+        case CIMC_uint32: std::snprintf(text, size, "%u", v->uint32); return true;
+        case CIMC_uint64: std::snprintf(text, size, "%llu", static_cast<unsigned long long>(v->uint64)); return true;
+        case CIMC_sint8: std::snprintf(text, size, "%d", static_cast<int>(v->sint8)); return true;
+        case CIMC_sint16: std::snprintf(text, size, "%d", static_cast<int>(v->sint16)); return true;
+        case CIMC_sint32: std::snprintf(text, size, "%d", v->sint32); return true;
+        case CIMC_sint64: std::snprintf(text, size, "%lld", static_cast<long long>(v->sint64)); return true;
+        case CIMC_real32: std::snprintf(text, size, "%g", static_cast<double>(v->real32)); return true;
+        case CIMC_real64: std::snprintf(text, size, "%g", v->real64); return true;
         default: return false;
     }
 }
@@ -66,30 +61,16 @@ void release(CIMCArray* a) {
 }
 
 void valueText(CIMCType type, const CIMCValue* value, char* text, std::size_t size) {
-    unsigned int code = type & 0xFFFFu;
-    if (!value || !text || (code & CIMC_ARRAY)) return;
-    if (numberText(code, value, text, size)) return;
-    if (isStringCode(code)) {
-        copyCut(text, size, chars(value->string));
-    } else if (code == CIMC_ref) {
-        const CIMCObjectPath* op = value->ref;
-        if (!op || !op->ft || !op->ft->toString) return;
-        CIMCString* s = op->ft->toString(op, nullptr);
-        copyCut(text, size, chars(s));
-        release(s);
-    } else if (code == CIMC_dateTime) {
-        const CIMCDateTime* dt = value->dateTime;
-        if (!dt || !dt->ft || !dt->ft->getStringFormat) return;
-        CIMCString* s = dt->ft->getStringFormat(dt, nullptr);
-        copyCut(text, size, chars(s));
-        release(s);
-    }
+    if (!text) return;
+    ScalarText scalar(type, value);
+    copyCut(text, size, scalar.get());
 }
 
 ScalarText::ScalarText(CIMCType type, const CIMCValue* value) {
     small_[0] = '\0';
-    unsigned int code = type & 0xFFFFu;
-    if (!value || (code & CIMC_ARRAY)) return;
+    // Array codes match none of the scalar cases below and leave no text.
+    if (!value) return;
+    const unsigned int code = type & 0xFFFFu;
     if (numberText(code, value, small_, sizeof small_)) {
         text_ = small_;
     } else if (isStringCode(code)) {

@@ -12,20 +12,20 @@ constexpr std::size_t kindSize(FieldKind k) {
     return k == FieldKind::Int16 ? 2 : k == FieldKind::Int32 ? 4 : sizeof(void*);
 }
 
+constexpr std::size_t roundUp(std::size_t n, std::size_t to) { return (n + to - 1) / to * to; }
+
 // Proves at compile time that a descriptor list names every field of its
 // struct in order: each field must sit exactly where the previous one ends
 // (after alignment), and the last must end the struct.
 template <std::size_t N>
-constexpr bool coversLayout(const FieldDesc (&fields)[N], std::size_t size) {
+constexpr bool coversLayout(const FieldDesc (&fields)[N], std::size_t size, std::size_t align) {
     std::size_t end = 0;
     for (std::size_t i = 0; i < N; ++i) {
-        std::size_t sz = kindSize(fields[i].kind);
-        std::size_t expected = (end + sz - 1) / sz * sz;
-        if (fields[i].offset != expected) return false;
-        end = expected + sz;
+        const std::size_t sz = kindSize(fields[i].kind);
+        if (fields[i].offset != roundUp(end, sz)) return false;
+        end = fields[i].offset + sz;
     }
-    return (end + alignof(void*) - 1) / alignof(void*) * alignof(void*) == size ||
-           (end + 3) / 4 * 4 == size || (end + 1) / 2 * 2 == size;
+    return roundUp(end, align) == size;
 }
 
 template <std::size_t N>
@@ -49,7 +49,7 @@ constexpr std::uint16_t nextOffsetOf(const FieldDesc (&fields)[N]) {
     namespace fields_##T {                                                       \
     using Rec = ::T;                                                             \
     constexpr FieldDesc list[] = {__VA_ARGS__};                                  \
-    static_assert(coversLayout(list, sizeof(Rec)), "records.def misses a field of " #T); \
+    static_assert(coversLayout(list, sizeof(Rec), alignof(Rec)), "records.def misses a field of " #T); \
     }
 #include "model/records.def"
 #undef RECORD

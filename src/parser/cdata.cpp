@@ -92,7 +92,6 @@ struct Reader {
 
     static bool readNameOrType(const XMLNode* a, char*& name, char*& type) {
         const char* value = a->value ? a->value : "";
-        if (!a->name) return true;
         if (std::strcmp(a->name, "NAME") == 0) return (name = dupString(value)) != nullptr;
         if (std::strcmp(a->name, "TYPE") == 0) return (type = dupString(value)) != nullptr;
         return true;
@@ -112,7 +111,7 @@ extern "C" int ParseCDataContent(const char* text, Instance** result) {
     Reader r;
     bool ok = true;
     for (XMLNode* n = doc->root; n && ok; n = nextInDocumentOrder(n)) {
-        if (n->type != XML_ELEMENT_NODE || !n->name) continue;
+        if (n->type != XML_ELEMENT_NODE) continue;  // the DOM names every element
         if (std::strcmp(n->name, "INSTANCE") == 0) ok = r.readInstance(n);
         else if (std::strcmp(n->name, "PROPERTY") == 0) ok = r.readProperty(n);
         else if (std::strcmp(n->name, "PROPERTY.ARRAY") == 0) ok = r.readPropertyArray(n);

@@ -14,6 +14,7 @@
 // parent, a CIM element that is never closed) are unreachable to the caller.
 // They are kept on a list and released by the next parseXML once map has
 // been cleared, so the process holds at most one parse's worth of them.
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -35,8 +36,9 @@ namespace {
 
 constexpr int kLastEntry = CIMXML_ELEMENT_STACK_SIZE - 1;
 
-// `top` is an exported variable; never index past the array whatever it holds.
-int liveTop() { return top > kLastEntry ? kLastEntry : top; }
+// `top` is an exported variable; never index outside the array whatever it
+// holds (-1 is the empty stack).
+int liveTop() { return std::clamp(top, -1, kLastEntry); }
 
 // Names are a few bytes long: a plain loop costs less than the library calls.
 bool sameName(const char* entryName, const char* name) {
@@ -77,15 +79,9 @@ void storeEntry(int at, void* address, const char* name) {
 
 // Returns false only when the stack is full and the entry was dropped.
 bool pushEntry(void* address, const char* name) {
-    if (top < 0) {
-        top = 0;
-        storeEntry(0, address, name);
-        return true;
-    }
-    int last = liveTop();
-    // A childless element hands back its parent's entry, mostly the top one.
-    if (::map[last].address == address) return true;
-    for (int i = 0; i < last; ++i)
+    const int last = liveTop();  // -1 on an empty stack
+    // A childless element hands back an entry already held, mostly the top one.
+    for (int i = last; i >= 0; --i)
         if (::map[i].address == address) return true;
     if (last >= kLastEntry) return false;
     top = last + 1;
@@ -142,6 +138,9 @@ Unlinked* g_unlinked = nullptr;
 std::size_t g_unlinkedCount = 0;
 std::size_t g_unlinkedCapacity = 0;
 int g_walkDepth = 0;
+// How VALUE texts are read, for the builders; a direct builder call outside
+// any walk reads them the default way.
+bool g_standardReading = false;
 
 }  // namespace
 
@@ -166,12 +165,17 @@ ListEnd* listEndOf(void* parentRecord, void** head) {
 
 void forgetListEnds() { ++g_listEndGeneration; }
 
-WalkScope::WalkScope() : outer(g_walkDepth == 0) {
+WalkScope::WalkScope(bool standard) : outer(g_walkDepth == 0), outerStandard(g_standardReading) {
     if (outer) forgetListEnds();
     ++g_walkDepth;
+    g_standardReading = standard;
 }
-WalkScope::~WalkScope() { --g_walkDepth; }
+WalkScope::~WalkScope() {
+    --g_walkDepth;
+    g_standardReading = outerStandard;
+}
 bool walkActive() { return g_walkDepth > 0; }
+bool standardReading() { return g_standardReading; }
 
 void keepUnlinked(model::RecordId id, void* record) {
     if (!record) return;
@@ -236,7 +240,7 @@ namespace cimxml::parser {
 // The walk of recursiveParseCIM. With `releasing`, the document `node` belongs
 // to gives back each block of nodes once the walk is past it.
 int walkTree(XMLNode* node, XMLDoc* releasing, bool standard) {
-    WalkScope scope;
+    WalkScope scope(standard);
     char nameBuf[CIMXML_ELEMENT_NAME_SIZE];
     char parentBuf[CIMXML_ELEMENT_NAME_SIZE];
     const char* parentName = "";  // kept when a node has no parent
@@ -302,12 +306,6 @@ int walkTree(XMLNode* node, XMLDoc* releasing, bool standard) {
     return 0;
 }
 
-namespace {
-bool g_standardReading = false;
-}  // namespace
-
-bool standardReading() { return g_standardReading; }
-
 CIM* parseDocument(const char* text, char* scratch, bool standard) {
     top = -1;
     std::memset(::map, 0, static_cast<std::size_t>(g_dirtyEntries) * sizeof ::map[0]);
@@ -327,9 +325,7 @@ CIM* parseDocument(const char* text, char* scratch, bool standard) {
     }
     // The tree is read once, front to back: its node blocks are given back
     // as the records grow, so the two are never both whole in memory.
-    g_standardReading = standard;
     walkTree(doc->root, doc, standard);
-    g_standardReading = false;
     freeXMLDoc(doc);
     printStack();
     return static_cast<CIM*>(returnAddress);

@@ -40,11 +40,12 @@ Built build(ElementId id, XMLNode* node, ElementId parentId, const char* parentN
 // and records displaced from a single slot, collected for release: they are
 // unreachable to anyone but the walk.
 struct WalkScope {
-    WalkScope();
+    explicit WalkScope(bool standard);
     ~WalkScope();
     WalkScope(const WalkScope&) = delete;
     WalkScope& operator=(const WalkScope&) = delete;
     bool outer;
+    bool outerStandard;
 };
 bool walkActive();
 // The walk remembers, per element-stack entry, where the lists of that

@@ -348,9 +348,9 @@ bool resolveConv(const model::FieldDesc& f, Conv conv) {
             return f.kind == FieldKind::Record && f.child == RecordId::QualifierFlavor;
         case Conv::ClassName:
         case Conv::FirstClassName:
-            return f.kind == FieldKind::Record && f.child == RecordId::ClassName;
+            break;
     }
-    return false;
+    return f.kind == FieldKind::Record && f.child == RecordId::ClassName;
 }
 
 struct Resolution {

@@ -13,6 +13,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
@@ -54,11 +55,15 @@ private:
     bool blocked_ = false;
 };
 
+// A socket timeout ends a blocked call with EAGAIN (the same value as
+// EWOULDBLOCK here), which the calls below report as a timeout.
+static_assert(EAGAIN == EWOULDBLOCK);
+
 void setTimeouts(int fd, int timeoutMs) {
-    if (timeoutMs <= 0) return;
+    const int ms = std::max(timeoutMs, 0);  // zero: no limit
     timeval limit;
-    limit.tv_sec = timeoutMs / 1000;
-    limit.tv_usec = static_cast<suseconds_t>(timeoutMs % 1000) * 1000;
+    limit.tv_sec = ms / 1000;
+    limit.tv_usec = static_cast<suseconds_t>(ms % 1000) * 1000;
     ::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
     ::setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);  // connect() obeys it too
 }
@@ -79,12 +84,13 @@ const char* sslErrorText(char* buf, std::size_t n, const char* fallback) {
 
 }  // namespace
 
-void Failure::set(const char* c, const char* format, ...) noexcept {
+bool Failure::set(const char* c, const char* format, ...) noexcept {
     std::snprintf(code, sizeof code, "%s", c);
     va_list args;
     va_start(args, format);
     std::vsnprintf(description, sizeof description, format, args);
     va_end(args);
+    return false;
 }
 
 bool Connection::adopt(int fd, const char* host, const Security& security, Failure* failure) noexcept {
@@ -195,7 +201,7 @@ bool Connection::startTls(const char* host, const Security& security, Failure* f
             if (verify != X509_V_OK)
                 failure->set(CIMXML_ERROR_TLS, "TLS handshake with %s failed: server certificate not trusted (%s)",
                              host ? host : "", X509_verify_cert_error_string(verify));
-            else if (errno == EAGAIN || errno == EWOULDBLOCK)
+            else if (errno == EAGAIN)
                 failure->set(CIMXML_ERROR_TIMEOUT, "TLS handshake with %s timed out after %d ms", host ? host : "",
                              timeoutMs_);
             else
@@ -224,7 +230,7 @@ bool Connection::sendAll(const char* data, std::size_t n, Failure* failure) noex
             if (errno == EINTR && !ssl_) continue;
             if (failure)
                 failure->set(CIMXML_ERROR_SEND, "sending the request failed after %zu of %zu bytes: %s", sent, n,
-                             errno == EAGAIN || errno == EWOULDBLOCK ? "timed out" : std::strerror(errno));
+                             errno == EAGAIN ? "timed out" : std::strerror(errno));
             return false;
         }
         sent += static_cast<std::size_t>(got);
@@ -261,7 +267,7 @@ ssize_t Connection::receive(char* into, std::size_t n, Failure* failure) noexcep
             if (got >= 0) return got;
         }
         if (errno == EINTR) continue;
-        if (errno == EAGAIN || errno == EWOULDBLOCK) {
+        if (errno == EAGAIN) {
             timedOut_ = true;
             if (failure) failure->set(CIMXML_ERROR_TIMEOUT, "no reply data within %d ms", timeoutMs_);
         } else if (failure) {

@@ -16,7 +16,8 @@ namespace cimxml::transport {
 struct Failure {
     char code[8] = {};
     char description[512] = {};
-    void set(const char* code, const char* format, ...) noexcept __attribute__((format(printf, 3, 4)));
+    // Always false, so that a failing step can end with `return failure->set(...)`.
+    bool set(const char* code, const char* format, ...) noexcept __attribute__((format(printf, 3, 4)));
 };
 
 struct Security {

@@ -2,12 +2,15 @@
 // a reply read as HTTP/1.1 says, across as many reads as the peer needs.
 #include <strings.h>
 
+#include <algorithm>
 #include <cctype>
+#include <charconv>
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 
 #include "cimxml/client.h"
 #include "rtlog.h"
@@ -77,16 +80,10 @@ bool appendEscaped(Bytes& out, const char* text) {
 // Reads more of the reply into `in`. False on close or failure, with
 // `failure` filled (a close is described with `what`).
 bool readMore(Connection& conn, Bytes& in, const char* what, Failure* failure) {
-    if (!in.reserve(kReadStep)) {
-        failure->set(CIMXML_ERROR_MEMORY, "out of memory reading the reply");
-        return false;
-    }
+    if (!in.reserve(kReadStep)) return failure->set(CIMXML_ERROR_MEMORY, "out of memory reading the reply");
     ssize_t got = conn.receive(in.p + in.n, kReadStep, failure);
     if (got < 0) return false;
-    if (got == 0) {
-        failure->set(CIMXML_ERROR_CLOSED, "the connection was closed %s", what);
-        return false;
-    }
+    if (got == 0) return failure->set(CIMXML_ERROR_CLOSED, "the connection was closed %s", what);
     in.n += static_cast<std::size_t>(got);
     in.p[in.n] = '\0';
     return true;
@@ -101,25 +98,28 @@ struct Head {
     char cimError[128] = {};
 };
 
-// Strict decimal, no sign, no overflow.
+// [s, end) without the blanks that lead it.
+std::string_view unled(const char* s, const char* end) {
+    std::string_view t(s, static_cast<std::size_t>(end - s));
+    t.remove_prefix(std::min(t.find_first_not_of(" \t"), t.size()));
+    return t;
+}
+
+// Strict decimal between blanks, no sign, no overflow.
 bool parseLength(const char* s, const char* end, std::size_t* out) {
-    while (s < end && (*s == ' ' || *s == '\t')) ++s;
-    while (end > s && (end[-1] == ' ' || end[-1] == '\t')) --end;
-    if (s == end) return false;
+    std::string_view t = unled(s, end);
+    t.remove_suffix(t.size() - std::min(t.find_last_not_of(" \t") + 1, t.size()));
     std::size_t v = 0;
-    for (; s < end; ++s) {
-        if (*s < '0' || *s > '9' || v > (SIZE_MAX / 4 - 9) / 10) return false;
-        v = v * 10 + static_cast<std::size_t>(*s - '0');
-    }
+    const auto [stop, error] = std::from_chars(t.data(), t.data() + t.size(), v);
+    if (error != std::errc() || stop != t.data() + t.size() || v > SIZE_MAX / 4) return false;
     *out = v;
     return true;
 }
 
 void copyField(char* dst, std::size_t n, const char* s, const char* end) {
-    while (s < end && (*s == ' ' || *s == '\t')) ++s;
-    std::size_t k = static_cast<std::size_t>(end - s);
-    if (k >= n) k = n - 1;
-    std::memcpy(dst, s, k);
+    const std::string_view t = unled(s, end);
+    const std::size_t k = std::min(t.size(), n - 1);
+    std::memcpy(dst, t.data(), k);
     dst[k] = '\0';
 }
 
@@ -132,8 +132,7 @@ bool parseHead(const char* p, const char* end, Head* head, Failure* failure) {
         char first[81];
         const char* shown = lineEnd > p && lineEnd[-1] == '\r' ? lineEnd - 1 : lineEnd;
         copyField(first, sizeof first, p, shown > p + 80 ? p + 80 : shown);
-        failure->set(CIMXML_ERROR_PROTOCOL, "not an HTTP reply: \"%s\"", first);
-        return false;
+        return failure->set(CIMXML_ERROR_PROTOCOL, "not an HTTP reply: \"%s\"", first);
     }
     head->status = (p[9] - '0') * 100 + (p[10] - '0') * 10 + (p[11] - '0');
     const char* r = p + 12;
@@ -149,10 +148,8 @@ bool parseHead(const char* p, const char* end, Head* head, Failure* failure) {
             std::size_t nameLen = static_cast<std::size_t>(colon - line);
             auto is = [&](const char* name) { return nameLen == std::strlen(name) && strncasecmp(line, name, nameLen) == 0; };
             if (is("Content-Length")) {
-                if (!parseLength(colon + 1, ve, &head->length)) {
-                    failure->set(CIMXML_ERROR_PROTOCOL, "the reply's Content-Length is not a number");
-                    return false;
-                }
+                if (!parseLength(colon + 1, ve, &head->length))
+                    return failure->set(CIMXML_ERROR_PROTOCOL, "the reply's Content-Length is not a number");
                 head->hasLength = true;
             } else if (is("Transfer-Encoding")) {
                 char value[64];
@@ -173,10 +170,8 @@ bool readChunked(Connection& conn, Bytes& in, std::size_t pos, Bytes& body, Fail
     for (;;) {
         char* eol;
         while (!(eol = static_cast<char*>(std::memchr(in.p + pos, '\n', in.n - pos)))) {
-            if (in.n - pos > kMaxChunkLine) {
-                failure->set(CIMXML_ERROR_PROTOCOL, "a chunk size line of the reply is too long");
-                return false;
-            }
+            if (in.n - pos > kMaxChunkLine)
+                return failure->set(CIMXML_ERROR_PROTOCOL, "a chunk size line of the reply is too long");
             if (!readMore(conn, in, "in the middle of a chunked reply", failure)) return false;
         }
         char* sizeEnd = nullptr;
@@ -184,24 +179,19 @@ bool readChunked(Connection& conn, Bytes& in, std::size_t pos, Bytes& body, Fail
         unsigned long long size = std::strtoull(in.p + pos, &sizeEnd, 16);
         if (sizeEnd == in.p + pos || !std::isxdigit((unsigned char)in.p[pos]) || errno ||
             size > SIZE_MAX / 4 || (*sizeEnd != ';' && *sizeEnd != '\r' && *sizeEnd != '\n' && *sizeEnd != ' ')) {
-            failure->set(CIMXML_ERROR_PROTOCOL, "the reply has a malformed chunk size");
-            return false;
+            return failure->set(CIMXML_ERROR_PROTOCOL, "the reply has a malformed chunk size");
         }
         pos = static_cast<std::size_t>(eol - in.p) + 1;
         if (size == 0) return true;  // trailers, if any, are of no use here
         const std::size_t need = static_cast<std::size_t>(size) + 2;
         while (in.n - pos < need)
             if (!readMore(conn, in, "in the middle of a chunk of the reply", failure)) return false;
-        if (!body.append(in.p + pos, static_cast<std::size_t>(size))) {
-            failure->set(CIMXML_ERROR_MEMORY, "out of memory reading the reply");
-            return false;
-        }
+        if (!body.append(in.p + pos, static_cast<std::size_t>(size)))
+            return failure->set(CIMXML_ERROR_MEMORY, "out of memory reading the reply");
         pos += static_cast<std::size_t>(size);
         if (in.p[pos] == '\r') ++pos;
-        if (in.p[pos] != '\n') {
-            failure->set(CIMXML_ERROR_PROTOCOL, "a chunk of the reply does not end with CR LF");
-            return false;
-        }
+        if (in.p[pos] != '\n')
+            return failure->set(CIMXML_ERROR_PROTOCOL, "a chunk of the reply does not end with CR LF");
         ++pos;
         // Give back what has been decoded, so a long reply is not held twice.
         if (pos > kReadStep * 4) {

@@ -256,18 +256,26 @@ TEST_F(Builders, MissingPiecesAreRefused) {
 
 TEST_F(Builders, ArgumentArraysAndReferences) {
     CIMCArgs* args = newArgs();
-    ParamValue* params = chain<ParamValue>({arrayParam("S", "string", values({"x", nullptr})),
-                                            arrayParam("E", "string", embeddedValue("Test_Embedded",
-                                                                                     property("U8", "uint8", "9"), nullptr))});
+    ParamValue* params = chain<ParamValue>({arrayParam("E", "string", embeddedValue("Test_Embedded",
+                                                                                     property("U8", "uint8", "9"), nullptr)),
+                                            arrayParam("S", "string", values({"x", nullptr})),
+                                            arrayParam("B", "boolean", values({"false", "TRUE"})),
+                                            arrayParam("D", "datetime", values({"20240101000000.000000+000"})),
+                                            arrayParam("R", "real32", values({"1.5"}))});
     // Entries that stay unset: no instance, an instance without a class.
-    params->next->valueArray->value->next = values({"no instance"});
-    params->next->valueArray->value->next->next = embeddedValue(nullptr, nullptr, nullptr);
+    params->valueArray->value->next = values({"no instance"});
+    params->valueArray->value->next->next = embeddedValue(nullptr, nullptr, nullptr);
     for (ParamValue* p = params; p; p = p->next)
         EXPECT_EQ(CIMC_CreatePropertyArrayArguments(p, "root/cimv2", args, env_), 0);
     CIMCData s = get(args, "S");
     ASSERT_EQ(s.type, CIMC_ARRAY | CIMC_string);
     EXPECT_EQ(text(at(s, 0)), "x");
     EXPECT_EQ(at(s, 1).state, CIMC_nullValue);
+    CIMCData b = get(args, "B");
+    ASSERT_EQ(b.type, CIMC_ARRAY | CIMC_boolean);
+    EXPECT_EQ(at(b, 0).value.boolean + 2 * at(b, 1).value.boolean, 2);
+    EXPECT_EQ(get(args, "D").type, CIMC_ARRAY | CIMC_dateTime);
+    EXPECT_EQ(get(args, "R").state, CIMC_notFound);  // no array of reals
     CIMCData e = get(args, "E");
     ASSERT_EQ(e.type, CIMC_ARRAY | CIMC_instance);
     ASSERT_EQ(size(e), 3);

@@ -99,6 +99,8 @@ TEST_F(Names, KeyBindingsBecomeTypedKeys) {
         {"42", "numeric", "uint8", "K=42(uint8)"},
         {"300", "numeric", "uint8", "K=255(uint8)"},  // saturated
         {"-1", "numeric", "uint16", "K=0(uint16)"},
+        {"70000", "numeric", "uint16", "K=65535(uint16)"},
+        {"5000000000", "numeric", "uint32", "K=4294967295(uint32)"},
         {"-200", "numeric", "sint8", "K=-128(sint8)"},
         {" \t-7", "numeric", nullptr, "K=-7(sint64)"},  // the sign after blanks
         {"3000000000", "Numeric", "sint32", "K=2147483647(sint32)"},

@@ -23,11 +23,6 @@ TEST(Rules, NameLookupFindsEachDispatchedNameAndNothingNearIt) {
     EXPECT_EQ(cimxml::parser::lookupElement("value"), ElementId::None);  // case counts
 }
 
-const Class* parsedClass(CIM* root) {
-    IReturnValue* rv = returnValueOf(root);
-    return rv ? rv->cimClass : nullptr;
-}
-
 TEST(Conversions, PropagatedArraySizeIsArraySortDirAndFlavor) {
     // PROPAGATED counts only as a number, ISARRAY only as "TRUE", and a
     // QUALIFIERFLAVOR attribute gives an empty flavor record: its text is lost.

@@ -178,6 +178,12 @@ TEST(Exchange, RepliesInBothModes) {
         cases.push_back({std::string("chunk size ") + size,
                          reply(head + "Transfer-Encoding: chunked\r\n\r\n" + size + "\r\nabcde\r\n0\r\n\r\n"),
                          "-1|<unset>", "-1|1005: the reply has a malformed chunk size"});
+    // Content-Length: the standard mode allows blanks around the number and nothing else.
+    for (const char* length : {" \t78 \t", "78x", "", "99999999999999999999"})
+        cases.push_back({std::string("Content-Length ") + length,
+                         reply("HTTP/1.1 200 OK\r\nContent-Length:" + std::string(length) + "\r\n\r\n" + b78),
+                         *length ? "0|" + b78 : "0|",
+                         *length == ' ' ? "0|" + b78 : "-1|1005: the reply's Content-Length is not a number"});
     // The body split after its first 200 bytes: in the default mode the size
     // decides whether the rest is waited for.
     for (const auto& [size, whole] : std::vector<std::pair<std::size_t, bool>>{
@@ -228,6 +234,8 @@ TEST(Exchange, UnreachablePeersFailWithoutCrashing) {
         EXPECT_EQ(run(false, port, 1000, "u", host), "-1|<unset>") << (host ? host : "(null)");
     EXPECT_EQ(run(true, port), "-1|1001: cannot connect to 127.0.0.1 port " + std::to_string(port) +
                                    ": Connection refused");
+    for (const char* host : {"", static_cast<const char*>(nullptr)})
+        EXPECT_EQ(run(true, port, 1000, "u", host), "-1|1001: no host to connect to");
     const std::string unresolved = run(true, port, 1000, "u", "no-such-host.invalid");
     EXPECT_EQ(unresolved.rfind("-1|1001: cannot resolve no-such-host.invalid: ", 0), 0u) << unresolved;
     char* body = nullptr;

@@ -43,7 +43,14 @@ TEST(Frame, NoHandleSendsNothingAndLeavesErrorOutAlone) {
     EXPECT_EQ(CIMC_XML_DeleteInstance(nullptr, nullptr, &error), nullptr);
     EXPECT_EQ(CIMC_XML_invokeMethod(nullptr, nullptr, "M", nullptr, &out, &error), -1);
     EXPECT_EQ(out, nullptr);
+    // No target or no method: refused before anything is sent, nothing to report.
+    ClientHandle* h = client_Configuration("127.0.0.1", 1, "root/cimv2", 100, "u", "p");
+    InstanceName* target = instanceName("C", {});
+    EXPECT_EQ(CIMC_XML_invokeMethod(h, nullptr, "M", nullptr, &out, &error), -1);
+    EXPECT_EQ(CIMC_XML_invokeMethod(h, target, nullptr, nullptr, &out, &error), -1);
     EXPECT_EQ(error, nullptr);
+    Free_InstanceName(target);
+    Free_client_Configuration(h);
     Free_ClassName(cn);
 }
 
@@ -186,6 +193,10 @@ TEST(Requests, EachOperationSendsItsRecordedBytesAsWellFormedXml) {
     std::free(system->keyBindings->next->keyValue->value);
     system->keyBindings->next->keyValue->value = s("say \"hi\"");
     system->next = processor("CPU0");  // only the first node names the target
+    KeyBinding* ref = system->keyBindings->next->next = make<KeyBinding>();  // a reference key, quoted whole
+    ref->name = s("Part");
+    ref->valueReference = make<ValueReference>();
+    ref->valueReference->instanceName = instanceName("Mock_Part", {{"Id", "a\\b"}, {"N", "2", "numeric"}});
     InstanceName* allTypes = instanceName("Mock_AllTypes", {});
     using Call = std::function<void(ClientHandle*, Error**)>;
     const std::pair<const char*, Call> cases[] = {
