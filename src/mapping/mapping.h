@@ -59,7 +59,8 @@ const char* fullTypeName(unsigned int code);
 NamespacePath* newNamespacePath(const char* nameSpace);
 
 // A new InstanceName (class name, key bindings) for a broker path; nullptr
-// for a NULL path, or with *failed set when an allocation fails.
+// for a NULL path, or with *failed set when an allocation fails (it is left
+// alone otherwise: the caller starts it false).
 InstanceName* newInstanceName(const CIMCObjectPath* op, bool* failed);
 
 // A ValueReference for a broker path: an instancePath (namespace path as

@@ -45,7 +45,6 @@ NamespacePath* newNamespacePath(const char* nameSpace) {
 }
 
 InstanceName* newInstanceName(const CIMCObjectPath* op, bool* failed) {
-    *failed = false;
     if (!op || !op->ft) return nullptr;
     InstanceName* name = newRecord<InstanceName>();
     if (!name) {

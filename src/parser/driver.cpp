@@ -19,6 +19,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <string.h>
+#include <strings.h>
 
 #include "XMLParser.h"
 #include "cimxml/parser.h"
@@ -115,9 +116,7 @@ void removeParentEntry(const char* name) {
 }
 
 // The CIM element, in any case.
-bool isCim(const char* name) {
-    return (name[0] | 0x20) == 'c' && (name[1] | 0x20) == 'i' && (name[2] | 0x20) == 'm' && name[3] == '\0';
-}
+bool isCim(const char* name) { return strcasecmp(name, "CIM") == 0; }
 
 // `name` itself when it fits a stack entry, else its first 255 bytes in `buf`.
 const char* boundedName(const char* name, char* buf) {
@@ -284,7 +283,8 @@ int walkTree(XMLNode* node, XMLDoc* releasing, bool standard) {
             }
             // The parent is closed when its last child is met.
             if (!n->nextSibling && !isCim(name)) removeParentEntry(parentName);
-            if (descend && n->firstChild && depth >= 0 && depth < kChain) {
+            // depth goes below zero when the walk climbs above its start node.
+            if (descend && n->firstChild && static_cast<unsigned>(depth) < kChain) {
                 chainNode[depth] = n;
                 chainId[depth] = id;
             }

@@ -123,6 +123,11 @@ void copyField(char* dst, std::size_t n, const char* s, const char* end) {
     dst[k] = '\0';
 }
 
+// The end of a line's text: before the CR of a CR LF end.
+const char* textEnd(const char* line, const char* lineEnd) {
+    return lineEnd > line && lineEnd[-1] == '\r' ? lineEnd - 1 : lineEnd;
+}
+
 // The status line and the fields this exchange needs, from [p, end).
 bool parseHead(const char* p, const char* end, Head* head, Failure* failure) {
     const char* eol = static_cast<const char*>(std::memchr(p, '\n', static_cast<std::size_t>(end - p)));
@@ -130,19 +135,17 @@ bool parseHead(const char* p, const char* end, Head* head, Failure* failure) {
     if (lineEnd - p < 12 || std::strncmp(p, "HTTP/1.", 7) != 0 || p[8] != ' ' || !std::isdigit((unsigned char)p[9]) ||
         !std::isdigit((unsigned char)p[10]) || !std::isdigit((unsigned char)p[11])) {
         char first[81];
-        const char* shown = lineEnd > p && lineEnd[-1] == '\r' ? lineEnd - 1 : lineEnd;
-        copyField(first, sizeof first, p, shown > p + 80 ? p + 80 : shown);
+        copyField(first, sizeof first, p, std::min(textEnd(p, lineEnd), p + 80));
         return failure->set(CIMXML_ERROR_PROTOCOL, "not an HTTP reply: \"%s\"", first);
     }
     head->status = (p[9] - '0') * 100 + (p[10] - '0') * 10 + (p[11] - '0');
     const char* r = p + 12;
-    const char* rEnd = lineEnd > r && lineEnd[-1] == '\r' ? lineEnd - 1 : lineEnd;
-    copyField(head->reason, sizeof head->reason, r, rEnd > r ? rEnd : r);
+    copyField(head->reason, sizeof head->reason, r, textEnd(r, lineEnd));
 
     for (const char* line = eol ? eol + 1 : end; line < end;) {
         const char* next = static_cast<const char*>(std::memchr(line, '\n', static_cast<std::size_t>(end - line)));
         const char* le = next ? next : end;
-        const char* ve = le > line && le[-1] == '\r' ? le - 1 : le;
+        const char* ve = textEnd(line, le);
         const char* colon = static_cast<const char*>(std::memchr(line, ':', static_cast<std::size_t>(ve - line)));
         if (colon) {
             std::size_t nameLen = static_cast<std::size_t>(colon - line);
