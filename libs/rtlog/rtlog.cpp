@@ -19,25 +19,23 @@ namespace {
 std::mutex g_configMutex;
 std::atomic<int> g_threshold{0};
 std::atomic<int> g_fd{-1};
-bool g_ownsFd = false;
+int g_ownedFd = -1;  // the log file this library opened, else -1
 
 void configure() {
     const char* level = std::getenv("RT_LOG_LEVEL");
     int threshold = level ? std::atoi(level) : 0;
     int fd = -1;
-    bool owns = false;
+    int owned = -1;
     if (threshold > 0) {
-        const char* path = std::getenv("RT_LOG_FILE");
-        if (path && *path) {
-            fd = ::open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
-            owns = fd >= 0;
-        }
-        if (!owns) fd = STDERR_FILENO;
+        // An unset or unusable RT_LOG_FILE ("" included) leaves the log on stderr.
+        if (const char* path = std::getenv("RT_LOG_FILE"))
+            owned = ::open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+        fd = owned != -1 ? owned : STDERR_FILENO;
     }
     std::lock_guard<std::mutex> lock(g_configMutex);
-    int old = g_fd.exchange(fd);
-    if (g_ownsFd && old != fd) ::close(old);  // only an opened file is owned
-    g_ownsFd = owns;
+    g_fd.store(fd);
+    if (g_ownedFd != -1) ::close(g_ownedFd);  // a new file has a descriptor of its own
+    g_ownedFd = owned;
     g_threshold.store(threshold);
 }
 

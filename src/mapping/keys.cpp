@@ -184,8 +184,8 @@ int addValueKey(CIMCObjectPath* op, const char* keyName, const KeyValue* kv, CIM
     return rc;
 }
 
+// `op` comes from the broker's own newObjectPath, or has been checked.
 int addKeys(CIMCObjectPath* op, const InstanceName* name, CIMCEnv* env) {
-    if (!op->ft || !op->ft->addKey) return -1;
     for (const KeyBinding* kb = name->keyBindings; kb; kb = kb->next) {
         int rc = -1;
         if (kb->valueReference) rc = addReferenceKey(op, kb->name, kb->valueReference, env);

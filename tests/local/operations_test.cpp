@@ -39,6 +39,7 @@ TEST(Frame, EveryOperationSharesTheFrame) {
     modification->instance = allTypesInstance("mock:alltypes:2", property("PUint8", "uint8", "1"));
     Free_ClassName(modification->instance->className);  // the instance name's class is the one used
     modification->instance->className = className("Other_Class");
+    ParamValue* unset = param("Unset", "string", nullptr);  // no value: not passed on
     using Run = std::function<int(const char* ns, Error** e, bool* produced)>;
     const struct { std::string entering; const char* leaving; int silent; Run run; } operations[] = {
         // entering "" with leaving NULL: nothing is logged; silent: the result
@@ -83,7 +84,7 @@ TEST(Frame, EveryOperationSharesTheFrame) {
              return CIMC_DeleteInstance(absent, ns, "u", "p", e); }},
         {"InvokeMethod classname: Mock_AllTypes", "InvokeMethod", 0, [&](auto ns, auto e, auto p) {
              ParamValue* r = reinterpret_cast<ParamValue*>(0x1);  // cleared first
-             return done(CIMC_InvokeMethod(target, "ReturnCode", ns, nullptr, &r, "u", "p", e), &r, Free_ParamValue, p); }},
+             return done(CIMC_InvokeMethod(target, "ReturnCode", ns, unset, &r, "u", "p", e), &r, Free_ParamValue, p); }},
     };
     enum Logged { Both, LeavingOnly };
     const struct { const char* fault; bool withNamespace; bool silent; const char* code; const char* description;
@@ -121,6 +122,7 @@ TEST(Frame, EveryOperationSharesTheFrame) {
     Free_ObjectName(cpuName);
     Free_Instance(creation);
     Free_NamedInstance(modification);
+    Free_ParamValue(unset);
 }
 
 TEST(Frame, MissingClassNameLogsAnEmptyCategory) {

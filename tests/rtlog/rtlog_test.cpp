@@ -44,6 +44,7 @@ TEST_F(RtLog, OneLinePerCallAtOrBelowTheThreshold) {
         rt_log_init();
         _rt_log("src/CIMC_SendRequest", 295, "CIMCLIENT", "network", 2, "Request:\n%s", "<CIM/>");
         _rt_log("src/CIMC_SendRequest", 296, "CIMCLIENT", "network", 3, "too detailed");
+        EXPECT_EQ(std::filesystem::exists(path_), level && *level == '2');  // no file made while quiet
     }
     std::string text = readFile(path_);
     std::regex line(R"(^\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{6}Z \[\d+\] CIMCLIENT network src/CIMC_SendRequest:295: Request:

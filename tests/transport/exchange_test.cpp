@@ -174,6 +174,8 @@ TEST(Exchange, RepliesInBothModes) {
          "-1|400: HTTP 400 Bad Request (CIMError: x)"},
         {"bad chunk size", reply("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\nzz\r\n"), "-1|<unset>",
          "-1|1005: the reply has a malformed chunk size"},
+        {"closed inside a chunk", reply("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n10\r\nabc"), "-1|<unset>",
+         "-1|1004: the connection was closed in the middle of a chunk of the reply"},
         {"too slow for the time-out", slow, "0|" + b78, "-1|1003: no reply data within 300 ms", 300},
     };
     // Chunk sizes strtoull would take but the chunked syntax does not.

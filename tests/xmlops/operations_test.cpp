@@ -197,6 +197,10 @@ TEST(Requests, EachOperationSendsItsRecordedBytesAsWellFormedXml) {
     ref->name = s("Part");
     ref->valueReference = make<ValueReference>();
     ref->valueReference->instanceName = instanceName("Mock_Part", {{"Id", "a\\b"}, {"N", "2", "numeric"}});
+    KeyBinding* classRef = ref->next = make<KeyBinding>();  // a reference to a class: no path text
+    classRef->name = s("Kind");
+    classRef->valueReference = make<ValueReference>();
+    classRef->valueReference->className = className("Mock_Kind");
     InstanceName* allTypes = instanceName("Mock_AllTypes", {});
     using Call = std::function<void(ClientHandle*, Error**)>;
     const std::pair<const char*, Call> cases[] = {

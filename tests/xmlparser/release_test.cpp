@@ -75,6 +75,24 @@ TEST(DomRelease, WalkReadsEveryNodeWhileBlocksBehindItGo) {
     }
 }
 
+// A's attributes fill blocks of their own, held while the walk goes through
+// A's children and given back once it has left A: at the end only the last
+// blocks remain.
+TEST(DomRelease, BlocksHeldForAnAncestorGoOnceTheWalkLeavesIt) {
+    std::string text = "<R><A";
+    for (int i = 0; i < 40000; ++i) text += " a" + std::to_string(i) + "='v'";
+    text += ">";
+    for (int i = 0; i < 40000; ++i) text += "<E/>";
+    text += "</A><B>";
+    for (int i = 0; i < 40000; ++i) text += "<F/>";
+    DocPtr doc = parse(text + "</B></R>");
+    ASSERT_TRUE(doc);
+    const std::size_t before = mallinfo2().uordblks;
+    walk(doc.get(), true);
+    if (before == 0) return;  // the sanitizer's allocator keeps no statistics
+    EXPECT_GT(before - mallinfo2().uordblks, 110000 * sizeof(XMLNode));
+}
+
 TEST(DomRelease, EarlierForeignAndNullNodesAreIgnored) {
     DocPtr doc = parse(manyBlocks(5000));
     DocPtr other = parse(manyBlocks(10));
