@@ -23,58 +23,61 @@ constexpr std::size_t kMaxHeader = 64 * 1024;  // a longer reply header is refus
 constexpr std::size_t kMaxChunkLine = 1024;
 constexpr std::size_t kReadStep = 16 * 1024;
 
-// A growable malloc'd byte string, always NUL-terminated once non-empty.
+// A growable malloc'd byte string, NUL-terminated once anything was
+// reserved. A failed allocation is remembered: later appends do nothing and
+// release() gives NULL, so a writer checks once, at the end.
 struct Bytes {
     char* p = nullptr;
     std::size_t n = 0;
     std::size_t cap = 0;
+    bool failed = false;
     Bytes() = default;
     Bytes(const Bytes&) = delete;
     Bytes& operator=(const Bytes&) = delete;
     ~Bytes() { std::free(p); }
 
+    // Room for `more` bytes and a terminator past `n`; false once anything failed.
     bool reserve(std::size_t more) {
-        if (more > SIZE_MAX / 2 - n) return false;
-        if (n + more + 1 <= cap) return true;
+        if (!failed && more >= cap - n) grow(more);  // n < cap whenever cap is not 0
+        return !failed;
+    }
+    void grow(std::size_t more) {
+        failed = more > SIZE_MAX / 2 - n;
+        if (failed) return;
         std::size_t c = cap ? cap : 256;
         while (c < n + more + 1) c *= 2;
         char* q = static_cast<char*>(std::realloc(p, c));
-        if (!q) return false;
-        p = q;
-        cap = c;
-        return true;
+        failed = !q;
+        if (q) p = q, cap = c;
     }
-    bool append(const char* s, std::size_t k) {
-        if (!reserve(k)) return false;
-        if (k) std::memcpy(p + n, s, k);
-        n += k;
-        p[n] = '\0';
-        return true;
+    Bytes& append(const char* s, std::size_t k) {
+        if (reserve(k)) {
+            std::memcpy(p + n, s, k);
+            n += k;
+            p[n] = '\0';
+        }
+        return *this;
     }
-    bool append(const char* s) { return append(s, std::strlen(s)); }
+    Bytes& operator<<(const char* s) { return append(s, std::strlen(s)); }
     char* release() {
-        if (!reserve(0)) return nullptr;
-        p[n] = '\0';
-        char* r = p;
-        p = nullptr;
-        n = cap = 0;
+        char* r = reserve(0) ? p : nullptr;
+        if (r) p = nullptr, n = cap = 0;
         return r;
     }
 };
 
 // DSP0200 header values: UTF-8, every octet outside the RFC 2396
 // unreserved set %-escaped, so "root/cimv2" goes as "root%2Fcimv2".
-bool appendEscaped(Bytes& out, const char* text) {
+void appendEscaped(Bytes& out, const char* text) {
     static const char kHex[] = "0123456789ABCDEF";
     for (const unsigned char* c = reinterpret_cast<const unsigned char*>(text ? text : ""); *c; ++c) {
         if (std::isalnum(*c) || std::strchr("-_.!~*'()", *c)) {
-            if (!out.append(reinterpret_cast<const char*>(c), 1)) return false;
+            out.append(reinterpret_cast<const char*>(c), 1);
         } else {
             const char esc[3] = {'%', kHex[*c >> 4], kHex[*c & 15]};
-            if (!out.append(esc, 3)) return false;
+            out.append(esc, 3);
         }
     }
-    return true;
 }
 
 // Reads more of the reply into `in`. False on close or failure, with
@@ -189,7 +192,7 @@ bool readChunked(Connection& conn, Bytes& in, std::size_t pos, Bytes& body, Fail
         const std::size_t need = static_cast<std::size_t>(size) + 2;
         while (in.n - pos < need)
             if (!readMore(conn, in, "in the middle of a chunk of the reply", failure)) return false;
-        if (!body.append(in.p + pos, static_cast<std::size_t>(size)))
+        if (body.append(in.p + pos, static_cast<std::size_t>(size)).failed)
             return failure->set(CIMXML_ERROR_MEMORY, "out of memory reading the reply");
         pos += static_cast<std::size_t>(size);
         if (in.p[pos] == '\r') ++pos;
@@ -323,27 +326,25 @@ char* frameStandard(const char* requestText, const Peer& peer, const Call& call,
     Bytes out;
     // A literal IPv6 address goes in brackets.
     bool v6 = std::strchr(host, ':') != nullptr;
-    bool ok = out.append("POST /cimom HTTP/1.1\r\nHost: ") && out.append(v6 ? "[" : "") && out.append(host) &&
-              out.append(v6 ? "]" : "");
+    out << "POST /cimom HTTP/1.1\r\nHost: " << (v6 ? "[" : "") << host << (v6 ? "]" : "");
     std::snprintf(number, sizeof number, ":%d\r\n", peer.port & 0xFFFF);
-    ok = ok && out.append(number) && out.append("Content-Type: application/xml; charset=\"utf-8\"\r\n");
+    out << number << "Content-Type: application/xml; charset=\"utf-8\"\r\n";
     std::snprintf(number, sizeof number, "Content-Length: %zu\r\n", bodyLength);
-    ok = ok && out.append(number) &&
-         out.append("CIMProtocolVersion: 1.0\r\nCIMOperation: MethodCall\r\nCIMMethod: ") &&
-         appendEscaped(out, call.method) && out.append("\r\nCIMObject: ") && appendEscaped(out, call.object) &&
-         out.append("\r\nAuthorization: Basic ");
-    if (!ok) return nullptr;
+    out << number << "CIMProtocolVersion: 1.0\r\nCIMOperation: MethodCall\r\nCIMMethod: ";
+    appendEscaped(out, call.method);
+    out << "\r\nCIMObject: ";
+    appendEscaped(out, call.object);
+    out << "\r\nAuthorization: Basic ";
 
     // "user:password" in base64.
     Bytes credentials;
-    if (!credentials.append(peer.userName ? peer.userName : "") || !credentials.append(":") ||
-        !credentials.append(peer.password ? peer.password : ""))
-        return nullptr;
+    credentials << (peer.userName ? peer.userName : "") << ":" << (peer.password ? peer.password : "");
     const std::size_t encodedSize = (credentials.n + 2) / 3 * 4 + 1;
-    if (!out.reserve(encodedSize)) return nullptr;
+    if (credentials.failed || !out.reserve(encodedSize)) return nullptr;
     Encode64(out.p + out.n, credentials.p, static_cast<int>(encodedSize));
     out.n += std::strlen(out.p + out.n);
-    if (!out.append("\r\n\r\n") || !out.append(requestText, bodyLength)) return nullptr;
+    out << "\r\n\r\n";
+    out.append(requestText, bodyLength);
     *length = out.n;
     return out.release();
 }

@@ -1,5 +1,6 @@
 #include "writer/out_buffer.h"
 
+#include <algorithm>
 #include <cstdlib>
 
 #include "model/alloc.h"
@@ -27,9 +28,8 @@ bool OutBuf::grow(std::size_t n) noexcept {
         failed_ = true;
         return false;
     }
-    std::size_t need = len_ + n + 1;
-    std::size_t cap = cap_ <= SIZE_MAX / 2 ? cap_ * 2 : SIZE_MAX;
-    if (cap < need) cap = need;
+    const std::size_t need = len_ + n + 1;
+    const std::size_t cap = std::max(cap_ * 2, need);  // a doubling that wraps gives way to need
     char* p = static_cast<char*>(xrealloc(data_, cap));
     if (!p) {
         failed_ = true;
