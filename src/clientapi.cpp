@@ -6,6 +6,7 @@
 #include <dlfcn.h>
 #include <unistd.h>
 
+#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -28,13 +29,17 @@ constexpr std::size_t kEntryNameBuffer = 256;
 constexpr std::size_t kLoadMessageBuffer = 1025;  // at most 1024 bytes are written into it
 constexpr std::size_t kCategoryBuffer = 512;
 
-// A message buffer for getCIMCEnv's failures. It belongs to the caller and
-// the local operations never free it.
-char* loadMessage(int* rc, int code, char** msg) {
+// getCIMCEnv's failure message, in a buffer that belongs to the caller (the
+// local operations never free it).
+__attribute__((format(printf, 4, 5))) void loadMessage(int* rc, int code, char** msg, const char* format, ...) {
     char* buffer = static_cast<char*>(zalloc(kLoadMessageBuffer));
     *msg = buffer;
     *rc = code;
-    return buffer;
+    if (!buffer) return;
+    va_list args;
+    va_start(args, format);
+    std::vsnprintf(buffer, kLoadMessageBuffer - 1, format, args);
+    va_end(args);
 }
 
 const char* orNull(const char* text) { return text ? text : "(null)"; }
@@ -279,8 +284,7 @@ CIMCEnv* getCIMCEnv(const char* id, unsigned int options, int* rc, char** msg) {
     // Never unloaded: broker objects may outlive any one operation.
     void* handle = dlopen(library, RTLD_NOW);
     if (!handle) {
-        if (char* text = loadMessage(rc, 1, msg))
-            std::snprintf(text, kLoadMessageBuffer - 1, "Unable to load %s library %s", library, orNull(dlerror()));
+        loadMessage(rc, 1, msg, "Unable to load %s library %s", library, orNull(dlerror()));
         return nullptr;
     }
 
@@ -288,8 +292,7 @@ CIMCEnv* getCIMCEnv(const char* id, unsigned int options, int* rc, char** msg) {
     std::snprintf(entry, sizeof entry, "_Create_%s_Env", id);
     void* symbol = dlsym(handle, entry);
     if (!symbol) {
-        if (char* text = loadMessage(rc, 2, msg))
-            std::snprintf(text, kLoadMessageBuffer - 1, "Unable to locate entry %s in %s", entry, library);
+        loadMessage(rc, 2, msg, "Unable to locate entry %s in %s", entry, library);
         return nullptr;
     }
 

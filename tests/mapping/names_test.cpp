@@ -98,7 +98,7 @@ TEST_F(Names, KeyBindingsBecomeTypedKeys) {
     const struct { const char* value; const char* valueType; const char* cimType; const char* back; } cases[] = {
         {"42", "numeric", "uint8", "K=42(uint8)"},
         {"300", "numeric", "uint8", "K=255(uint8)"},  // saturated
-        {"-1", "numeric", "uint16", "K=0(uint16)"},
+        {" \t-1", "numeric", "uint16", "K=0(uint16)"},
         {"70000", "numeric", "uint16", "K=65535(uint16)"},
         {"5000000000", "numeric", "uint32", "K=4294967295(uint32)"},
         {"-200", "numeric", "sint8", "K=-128(sint8)"},
