@@ -4,26 +4,13 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <cstdlib>
-#include <cstring>
-#include <string>
 
-#include "../transport/raw_server.h"
-#include "cimxml/client.h"
-#include "cimxml/lifecycle.h"
+#include "../xmlops/records.h"
 
 namespace {
 
-template <typename T>
-T* make() {
-    return static_cast<T*>(std::calloc(1, sizeof(T)));
-}
-
-ClassName* className(const char* name) {
-    auto* c = make<ClassName>();
-    c->name = name ? strdup(name) : nullptr;
-    return c;
-}
+using opt::className;
+using opt::make;
 
 const std::string kClassReply =
     "<?xml version=\"1.0\" encoding=\"utf-8\"?><CIM CIMVERSION=\"2.0\" DTDVERSION=\"2.0\"><MESSAGE ID=\"1234\" "

@@ -9,17 +9,10 @@ using namespace wt;
 
 namespace {
 
-IParamValue* param(const char* name, IParamValue* next = nullptr) {
-    auto* p = make<IParamValue>();
-    p->name = s(name);
-    p->next = next;
-    return p;
-}
+IParamValue* param(const char* name, IParamValue* next = nullptr) { return rec<IParamValue>({{"name", name}, {"next", next}}); }
 
 TEST(Envelope, EnumerateInstancesRequestIsTheWireText) {
-    auto* call = make<IMethodCall>();
-    call->name = s("EnumerateInstances");
-    call->localNamespacePath = localNamespace({"root", "cimv2"});
+    auto* call = rec<IMethodCall>({{"name", "EnumerateInstances"}, {"localNamespacePath", localNamespace({"root", "cimv2"})}});
     // A chain of three parameters, back to back in chain order.
     call->iParamValues = param("ClassName", param("LocalOnly", param("DeepInheritance")));
     call->iParamValues->className = className("CIM_ComputerSystem");
@@ -34,23 +27,17 @@ TEST(Envelope, EnumerateInstancesRequestIsTheWireText) {
 }
 
 TEST(Envelope, CreateInstanceKeepsThePropertyAttributeForms) {
-    auto* call = make<IMethodCall>();
-    call->name = s("CreateInstance");
-    call->localNamespacePath = localNamespace({"root", "cimv2"});
-    call->iParamValues = param("NewInstance");
-    Instance* inst = instance("CIM_Foo", property("Name", "string", value("x")));
+    auto* call = rec<IMethodCall>({{"name", "CreateInstance"}, {"localNamespacePath", localNamespace({"root", "cimv2"})},
+                                   {"iParamValues", param("NewInstance")}});
+    Instance* inst = call->iParamValues->instance = instance("CIM_Foo", property("Name", "string", value("x")));
     inst->properties->classOrigin = s("CIM_Foo");
     inst->properties->propagated = 1;
     inst->propertyArrays = propertyArray("List", "uint8", valueArray({"1", "2"}));
     inst->propertyArrays->arraySize = 2;
     inst->propertyArrays->propagated = 1;
-    inst->propertyReferences = make<PropertyReference>();
-    inst->propertyReferences->name = s("Ref");
-    inst->propertyReferences->referenceClass = s("CIM_Bar");
-    inst->propertyReferences->propagated = 1;
-    inst->propertyReferences->valueReference = make<ValueReference>();
-    inst->propertyReferences->valueReference->className = className("CIM_Bar");
-    call->iParamValues->instance = inst;
+    inst->propertyReferences = rec<PropertyReference>(
+        {{"name", "Ref"}, {"referenceClass", "CIM_Bar"}, {"propagated", 1},
+         {"valueReference", rec<ValueReference>({{"className", className("CIM_Bar")}})}});
     CIM* cim = request(call);
 
     EXPECT_EQ(gen(Gen_CIM, cim), golden("create_instance.xml"));
@@ -58,29 +45,16 @@ TEST(Envelope, CreateInstanceKeepsThePropertyAttributeForms) {
 }
 
 TEST(Envelope, MethodCallWritesArrayBeforeReferenceAndTheMixedCaseClose) {
-    auto* call = make<MethodCall>();
-    call->name = s("Reboot");
-    call->localInstancePath = make<LocalInstancePath>();
-    call->localInstancePath->localNamespacePath = localNamespace({"root", "cimv2"});
-    call->localInstancePath->instanceName = instanceName("CIM_ComputerSystem", "Name", "h1");
-    auto* delay = make<ParamValue>();
-    delay->name = s("Delay");
-    delay->paramType = s("uint16");
-    delay->value = value("5");
-    auto* targets = make<ParamValue>();
-    targets->name = s("Targets");
-    targets->valueReference = make<ValueReference>();
-    targets->valueReference->className = className("CIM_Target");
-    targets->valueArray = valueArray({"a", "b"});
-    auto* setting = make<ParamValue>();
-    setting->name = s("Setting");
-    setting->paramType = s("instance");
-    setting->value = embedded(instance("CIM_Setting", property("Mode", "string", value("fast"))));
-    call->paramValues = delay;
-    delay->next = targets;
-    targets->next = setting;
-    call->responseDestination = make<ResponseDestination>();
-    call->responseDestination->instance = instance("CIM_Listener");
+    auto* setting = rec<ParamValue>({{"name", "Setting"}, {"paramType", "instance"},
+                                     {"value", embedded(instance("CIM_Setting", property("Mode", "string", value("fast"))))}});
+    auto* targets = rec<ParamValue>({{"name", "Targets"}, {"valueArray", valueArray({"a", "b"})}, {"next", setting},
+                                     {"valueReference", rec<ValueReference>({{"className", className("CIM_Target")}})}});
+    auto* call = rec<MethodCall>(
+        {{"name", "Reboot"},
+         {"localInstancePath", rec<LocalInstancePath>({{"localNamespacePath", localNamespace({"root", "cimv2"})},
+                                                       {"instanceName", instanceName("CIM_ComputerSystem", "Name", "h1")}})},
+         {"paramValues", rec<ParamValue>({{"name", "Delay"}, {"paramType", "uint16"}, {"value", value("5")}, {"next", targets}})},
+         {"responseDestination", rec<ResponseDestination>({{"instance", instance("CIM_Listener")}})}});
     CIM* cim = request(nullptr, call);
 
     Property* mode = setting->value->instance->properties;  // detached by the write, still ours
@@ -90,11 +64,8 @@ TEST(Envelope, MethodCallWritesArrayBeforeReferenceAndTheMixedCaseClose) {
 }
 
 TEST(Envelope, MessageWithOnlyExportFieldsIsAnEmptyElement) {
-    auto* m = make<Message>();
-    m->id = s("7");
-    m->protocolVersion = s("1.0");
-    m->simpleExpReq = make<SimpleExpReq>();
-    m->simpleExpRsp = make<SimpleExpRsp>();
+    auto* m = rec<Message>({{"id", "7"}, {"protocolVersion", "1.0"}, {"simpleExpReq", make<SimpleExpReq>()},
+                            {"simpleExpRsp", make<SimpleExpRsp>()}});
     EXPECT_EQ(gen(Gen_Message, m), "<MESSAGE ID=\"7\" PROTOCOLVERSION=\"1.0\"></MESSAGE>");
     Free_Message(m);
 
@@ -107,18 +78,11 @@ TEST(Envelope, MessageWithOnlyExportFieldsIsAnEmptyElement) {
 TEST(Envelope, ResponseSideWriters) {
     auto* rsp = make<MultiRsp>();
     rsp->simpleRsps = make<SimpleRsp>();
-    auto* imr = rsp->simpleRsps->iMethodResponse = make<IMethodResponse>();
-    imr->name = s("EnumerateClassNames");
-    imr->error = make<Error>();
-    imr->error->code = s("6");
-    imr->error->description = s("not found");
-    imr->iReturnValue = make<IReturnValue>();
-    imr->iReturnValue->className = className("A", className("B"));  // bare quoted names
-    auto* mr = rsp->simpleRsps->methodResponse = make<MethodResponse>();
-    mr->name = s("M");
-    mr->returnValue = make<ReturnValue>();
-    mr->returnValue->paramType = s("uint32");
-    mr->returnValue->value = value("0");
+    rsp->simpleRsps->iMethodResponse = rec<IMethodResponse>(
+        {{"name", "EnumerateClassNames"}, {"error", rec<Error>({{"code", "6"}, {"description", "not found"}})},
+         {"iReturnValue", rec<IReturnValue>({{"className", className("A", className("B"))}})}});  // bare quoted names
+    rsp->simpleRsps->methodResponse = rec<MethodResponse>(
+        {{"name", "M"}, {"returnValue", rec<ReturnValue>({{"paramType", "uint32"}, {"value", value("0")}})}});
     rsp->simpleRsps->simpleReqAck = make<SimpleReqAck>();  // never written
 
     EXPECT_EQ(gen(Gen_MultiRsp, rsp), golden("multi_rsp.xml"));

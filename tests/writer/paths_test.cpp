@@ -9,10 +9,7 @@ namespace {
 const char* const kRootNs = "<LOCALNAMESPACEPATH><NAMESPACE NAME=\"root\"/></LOCALNAMESPACEPATH>";
 
 NamespacePath* namespacePath(const char* host) {
-    auto* p = make<NamespacePath>();
-    p->host = s(host);
-    p->localNamespacePath = localNamespace({"root"});
-    return p;
+    return rec<NamespacePath>({{"host", host}, {"localNamespacePath", localNamespace({"root"})}});
 }
 
 TEST(Names, StringWritersQuoteOrPrefixAndNeverEscape) {
@@ -28,9 +25,7 @@ TEST(Names, StringWritersQuoteOrPrefixAndNeverEscape) {
 }
 
 TEST(Paths, ClassPathsAndTheBlankInLocalClassPath) {
-    auto* cp = make<ClassPath>();
-    cp->namespacePath = namespacePath("h.example");
-    cp->className = className("CIM_A");
+    auto* cp = rec<ClassPath>({{"namespacePath", namespacePath("h.example")}, {"className", className("CIM_A")}});
     EXPECT_EQ(gen(Gen_ClassPath, cp), std::string("<CLASSPATH><NAMESPACEPATH><HOST>h.example</HOST>") +
                                           kRootNs + "</NAMESPACEPATH><CLASSNAME NAME=\"CIM_A\"/></CLASSPATH>");
     Free_ClassPath(cp);
@@ -39,9 +34,7 @@ TEST(Paths, ClassPathsAndTheBlankInLocalClassPath) {
     EXPECT_EQ(gen(Gen_NamespacePath, np), std::string("<NAMESPACEPATH>") + kRootNs + "</NAMESPACEPATH>");
     Free_NamespacePath(np);
 
-    auto* lcp = make<LocalClassPath>();
-    lcp->localNamespacePath = localNamespace({"root"});
-    lcp->className = className("CIM_A");
+    auto* lcp = rec<LocalClassPath>({{"localNamespacePath", localNamespace({"root"})}, {"className", className("CIM_A")}});
     EXPECT_EQ(gen(Gen_LocalClassPath, lcp),
               std::string("<LOCALCLASSPATH>") + kRootNs + "<CLASSNAME NAME =\"CIM_A\"/></LOCALCLASSPATH>");
     Free_LocalClassPath(lcp);
@@ -55,12 +48,9 @@ TEST(Paths, InstanceNamesKeysAndSpacedKeyValueAttributes) {
     EXPECT_EQ(gen(Gen_InstanceName, n), golden("instance_names.xml"));
     Free_InstanceName(n);
 
-    auto* ip = make<InstancePath>();
-    ip->namespacePath = namespacePath("h");
-    ip->instanceName = instanceName("C", "K", "v");
-    auto* lip = make<LocalInstancePath>();
-    lip->localNamespacePath = localNamespace({"root"});
-    lip->instanceName = instanceName("C", "K", "v");
+    auto* ip = rec<InstancePath>({{"namespacePath", namespacePath("h")}, {"instanceName", instanceName("C", "K", "v")}});
+    auto* lip = rec<LocalInstancePath>(
+        {{"localNamespacePath", localNamespace({"root"})}, {"instanceName", instanceName("C", "K", "v")}});
     const std::string name =
         "<INSTANCENAME CLASSNAME=\"C\"><KEYBINDING NAME=\"K\"><KEYVALUE VALUETYPE = \"string\">v</KEYVALUE>"
         "</KEYBINDING></INSTANCENAME>";
@@ -73,10 +63,8 @@ TEST(Paths, InstanceNamesKeysAndSpacedKeyValueAttributes) {
 }
 
 TEST(Paths, ObjectPathWritesTheClassPathFirst) {
-    auto* op = make<ObjectPath>();
-    op->instancePath = make<InstancePath>();
-    op->classPath = make<ClassPath>();
-    op->classPath->className = className("C");
+    auto* op = rec<ObjectPath>({{"instancePath", make<InstancePath>()},
+                                {"classPath", rec<ClassPath>({{"className", className("C")}})}});
     EXPECT_EQ(gen(Gen_ObjectPath, op),
               "<VALUE.OBJECTPATH><CLASSPATH><CLASSNAME NAME=\"C\"/></CLASSPATH>"
               "<INSTANCEPATH></INSTANCEPATH></VALUE.OBJECTPATH>");
@@ -84,13 +72,10 @@ TEST(Paths, ObjectPathWritesTheClassPathFirst) {
 }
 
 TEST(Paths, ReferencesAndReferenceArrays) {
-    auto* ra = make<ValueRefArray>();
-    ra->valueReference = make<ValueReference>();
-    ra->valueReference->className = className("C");
-    ra->valueReference->next = make<ValueReference>();
-    ra->valueReference->next->instanceName = instanceName("D", "K", "1");
-    ra->valueReference->next->next = make<ValueReference>();
-    ra->valueReference->next->next->localClassPath = make<LocalClassPath>();
+    auto* last = rec<ValueReference>({{"localClassPath", make<LocalClassPath>()}});
+    auto* ra = rec<ValueRefArray>({{"valueReference", rec<ValueReference>(
+        {{"className", className("C")},
+         {"next", rec<ValueReference>({{"instanceName", instanceName("D", "K", "1")}, {"next", last}})}})}});
     EXPECT_EQ(gen(Gen_ValueRefArray, ra), golden("value_ref_array.xml"));
     Free_ValueRefArray(ra);
 }

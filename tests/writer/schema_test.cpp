@@ -13,11 +13,7 @@ QualifierFlavor* flavor(int16_t overridable, int16_t toSubclass, int16_t toInsta
 }
 
 Qualifier* qualifier(const char* name, const char* type, const char* text) {
-    auto* q = make<Qualifier>();
-    q->name = s(name);
-    q->type = s(type);
-    q->value = value(text);
-    return q;
+    return rec<Qualifier>({{"name", name}, {"type", type}, {"value", value(text)}});
 }
 
 TEST(Instances, PropertiesNamelessAndAbsentFlags) {
@@ -44,30 +40,14 @@ TEST(Instances, PropertiesNamelessAndAbsentFlags) {
 }
 
 TEST(Classes, ClassWithMethodAndEveryParameterKind) {
-    auto* c = make<Class>();
-    c->name = s("CIM_A");
-    c->superClass = s("CIM_Base");
-    c->properties = property("P", "string", nullptr);
-    auto* m = c->methods = make<Method>();
-    m->name = s("Go");
-    m->type = s("uint32");
-    m->classOrigin = s("CIM_A");
-    m->propagated = 1;
-    m->parameters = make<Parameter>();
-    m->parameters->name = s("In");
-    m->parameters->type = s("string");
-    m->parameterReferences = make<ParameterReference>();
-    m->parameterReferences->name = s("Ref");
-    m->parameterReferences->referenceClass = s("CIM_B");
-    m->parameterArrays = make<ParameterArray>();
-    m->parameterArrays->name = s("Arr");
-    m->parameterArrays->type = s("uint8");
-    m->parameterArrays->arraySize = 12;
-    m->parameterRefArrays = make<ParameterRefArray>();
-    m->parameterRefArrays->name = s("Refs");
-    m->parameterRefArrays->referenceClass = s("CIM_C");
-    m->parameterRefArrays->arraySize = 3;
-    m->parameterRefArrays->qualifiers = qualifier("Q", nullptr, "x");
+    Class* c = rec<Class>({{"name", "CIM_A"}, {"superClass", "CIM_Base"}, {"properties", property("P", "string", nullptr)}});
+    c->methods = rec<Method>(
+        {{"name", "Go"}, {"type", "uint32"}, {"classOrigin", "CIM_A"}, {"propagated", 1},
+         {"parameters", rec<Parameter>({{"name", "In"}, {"type", "string"}})},
+         {"parameterReferences", rec<ParameterReference>({{"name", "Ref"}, {"referenceClass", "CIM_B"}})},
+         {"parameterArrays", rec<ParameterArray>({{"name", "Arr"}, {"type", "uint8"}, {"arraySize", 12}})},
+         {"parameterRefArrays", rec<ParameterRefArray>({{"name", "Refs"}, {"referenceClass", "CIM_C"}, {"arraySize", 3},
+                                                        {"qualifiers", qualifier("Q", nullptr, "x")}})}});
 
     // PARAMETER.REFARRAY is left open: "</METHOD>" follows its content.
     EXPECT_EQ(gen(Gen_Class, c), golden("class_with_method.xml"));
@@ -100,40 +80,25 @@ TEST(Qualifiers, FlavorSitsInTheContentWithItsIrregularMarker) {
 }
 
 TEST(Qualifiers, DeclarationOpensTypeTwice) {
-    auto* d = make<QualifierDecl>();
-    d->name = s("Key");
-    d->type = s("boolean");
-    d->isArray = 0;
-    d->arraySize = 5;  // never written
-    d->qualifierFlavor = flavor(0, 2, 2, 2);
-    d->scope = make<Scope>();
-    d->scope->reference = 1;
-    d->scope->property = 1;
-    d->value = value("FALSE");
-    d->next = make<QualifierDecl>();
-    d->next->isArray = 1;
-    d->next->next = make<QualifierDecl>();
-    d->next->next->isArray = 3;
+    // arraySize is never written.
+    auto* d = rec<QualifierDecl>({{"name", "Key"}, {"type", "boolean"}, {"arraySize", 5},
+                                  {"qualifierFlavor", flavor(0, 2, 2, 2)}, {"value", value("FALSE")},
+                                  {"scope", rec<Scope>({{"reference", 1}, {"property", 1}})},
+                                  {"next", rec<QualifierDecl>({{"isArray", 1}, {"next", rec<QualifierDecl>({{"isArray", 3}})}})}});
     EXPECT_EQ(gen(Gen_QualifierDecl, d), golden("qualifier_declarations.xml"));
     Free_QualifierDecl(d);
 }
 
 TEST(Declarations, EveryGroupKind) {
-    auto* decl = make<Declaration>();
-    decl->declGroup = make<DeclGroup>();
-    decl->declGroup->localNamespacePath = localNamespace({"root"});
-    decl->declGroup->qualifierDecls = make<QualifierDecl>();
-    decl->declGroup->objects = make<Object>();
-    decl->declGroup->objects->instance = instance("I");
-    decl->declGroupWithName = make<DeclGroupWithName>();
-    decl->declGroupWithName->namedObjects = make<NamedObject>();
-    decl->declGroupWithName->namedObjects->cimClass = make<Class>();
-    decl->declGroupWithPath = make<DeclGroupWithPath>();
-    decl->declGroupWithPath->objectWithPaths = make<ObjectWithPath>();
-    decl->declGroupWithPath->objectWithPaths->instancePath = make<InstancePath>();
-    decl->declGroupWithPath->objectWithLocalPaths = make<ObjectWithLocalPath>();
-    decl->declGroupWithPath->objectWithLocalPaths->localClassPath = make<LocalClassPath>();
-    decl->declGroupWithPath->objectWithLocalPaths->cimClass = make<Class>();
+    auto* decl = rec<Declaration>(
+        {{"declGroup", rec<DeclGroup>({{"localNamespacePath", localNamespace({"root"})},
+                                       {"qualifierDecls", make<QualifierDecl>()},
+                                       {"objects", rec<Object>({{"instance", instance("I")}})}})},
+         {"declGroupWithName", rec<DeclGroupWithName>({{"namedObjects", rec<NamedObject>({{"cimClass", make<Class>()}})}})},
+         {"declGroupWithPath",
+          rec<DeclGroupWithPath>({{"objectWithPaths", rec<ObjectWithPath>({{"instancePath", make<InstancePath>()}})},
+                                  {"objectWithLocalPaths", rec<ObjectWithLocalPath>({{"localClassPath", make<LocalClassPath>()},
+                                                                                     {"cimClass", make<Class>()}})}})}});
 
     auto* cim = make<CIM>();
     cim->declaration = decl;

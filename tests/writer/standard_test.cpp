@@ -27,39 +27,18 @@ std::string standardText(const cimxml::writer::Template& t, T* record) {
 }
 
 TEST(StandardWriter, IrregularFormsBecomeRegular) {
-    auto* key = make<KeyValue>();
-    key->valueType = s("numeric");
-    key->cimType = s("uint32");
-    key->value = s("7");
-    auto* ns = make<Namespace>();
-    ns->name = s("root/a&b//cimv2");
+    auto* key = rec<KeyValue>({{"valueType", "numeric"}, {"cimType", "uint32"}, {"value", "7"}});
+    auto* ns = rec<Namespace>({{"name", "root/a&b//cimv2"}});
     auto* flavor = make<QualifierFlavor>();
     *flavor = QualifierFlavor{1, 0, 2, 1};
-    auto* qualifier = make<Qualifier>();
-    qualifier->name = s("Key");
-    qualifier->type = s("boolean");
-    qualifier->propagated = 1;
-    qualifier->value = value("true");
-    qualifier->qualifierFlavor = flavor;
-    auto* decl = make<QualifierDecl>();
-    decl->name = s("Key");
-    decl->type = s("boolean");
-    decl->isArray = 0;
-    decl->scope = make<Scope>();
-    decl->scope->property = 1;
-    decl->scope->reference = 1;
-    auto* array = make<PropertyArray>();
-    array->name = s("A");
-    array->type = s("uint8");
-    array->arraySize = 3;
-    array->propagated = 1;
-    auto* refs = make<ParameterRefArray>();
-    refs->name = s("R");
-    refs->arraySize = 2;
-    auto* path = make<LocalClassPath>();
-    path->className = className("C", className("Extra"));
-    auto* instance = make<Instance>();
-    instance->className = className("I<1>", className("Extra"));
+    auto* qualifier = rec<Qualifier>({{"name", "Key"}, {"type", "boolean"}, {"propagated", 1}, {"value", value("true")},
+                                      {"qualifierFlavor", flavor}});
+    auto* decl = rec<QualifierDecl>({{"name", "Key"}, {"type", "boolean"},
+                                     {"scope", rec<Scope>({{"property", 1}, {"reference", 1}})}});
+    auto* array = rec<PropertyArray>({{"name", "A"}, {"type", "uint8"}, {"arraySize", 3}, {"propagated", 1}});
+    auto* refs = rec<ParameterRefArray>({{"name", "R"}, {"arraySize", 2}});
+    auto* path = rec<LocalClassPath>({{"className", className("C", className("Extra"))}});
+    auto* instance = rec<Instance>({{"className", className("I<1>", className("Extra"))}});
 
     const struct {
         const char* name;

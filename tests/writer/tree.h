@@ -3,26 +3,14 @@
 // them and the sanitizer build catches anything a writer leaks or frees twice.
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <cstdlib>
-#include <cstring>
-#include <fstream>
-#include <initializer_list>
-#include <sstream>
-#include <string>
-
-#include "cimxml/lifecycle.h"
+#include "../xmlops/records.h"
 #include "cimxml/writer.h"
 
 namespace wt {
 
-inline char* s(const char* text) { return text ? strdup(text) : nullptr; }
-
-template <typename T>
-T* make() {
-    return static_cast<T*>(std::calloc(1, sizeof(T)));
-}
+using opt::make;
+using opt::rec;
+using opt::s;
 
 template <typename T>
 struct Same {
@@ -41,25 +29,11 @@ std::string gen(int (*writer)(T*, char**), typename Same<T>::type* record) {
 }
 
 inline ClassName* className(const char* name, ClassName* next = nullptr) {
-    auto* c = make<ClassName>();
-    c->name = s(name);
-    c->next = next;
-    return c;
+    return rec<ClassName>({{"name", name}, {"next", next}});
 }
-
-inline Value* value(const char* text, Value* next = nullptr) {
-    auto* v = make<Value>();
-    v->value = s(text);
-    v->next = next;
-    return v;
-}
-
+inline Value* value(const char* text, Value* next = nullptr) { return rec<Value>({{"value", text}, {"next", next}}); }
 inline Value* embedded(Instance* instance, Value* next = nullptr) {
-    auto* v = make<Value>();
-    v->instance = instance;
-    v->embedded = 1;
-    v->next = next;
-    return v;
+    return rec<Value>({{"instance", instance}, {"embedded", 1}, {"next", next}});
 }
 
 inline ValueArray* valueArray(std::initializer_list<const char*> items) {
@@ -72,55 +46,26 @@ inline ValueArray* valueArray(std::initializer_list<const char*> items) {
 inline LocalNamespacePath* localNamespace(std::initializer_list<const char*> parts) {
     auto* p = make<LocalNamespacePath>();
     Namespace** link = &p->namespaces;
-    for (const char* part : parts) {
-        *link = make<Namespace>();
-        (*link)->name = s(part);
-        link = &(*link)->next;
-    }
+    for (const char* part : parts) link = &(*link = rec<Namespace>({{"name", part}}))->next;
     return p;
 }
 
 inline KeyValue* keyValue(const char* text, const char* valueType, const char* cimType = nullptr) {
-    auto* k = make<KeyValue>();
-    k->value = s(text);
-    k->valueType = s(valueType);
-    k->cimType = s(cimType);
-    return k;
+    return rec<KeyValue>({{"value", text}, {"valueType", valueType}, {"cimType", cimType}});
 }
-
 inline InstanceName* instanceName(const char* cls, const char* key, const char* keyText) {
-    auto* n = make<InstanceName>();
-    n->className = className(cls);
-    n->keyBindings = make<KeyBinding>();
-    n->keyBindings->name = s(key);
-    n->keyBindings->keyValue = keyValue(keyText, "string");
-    return n;
+    return rec<InstanceName>({{"className", className(cls)},
+                              {"keyBindings", rec<KeyBinding>({{"name", key}, {"keyValue", keyValue(keyText, "string")}})}});
 }
-
 inline Property* property(const char* name, const char* type, Value* v, Property* next = nullptr) {
-    auto* p = make<Property>();
-    p->name = s(name);
-    p->type = s(type);
-    p->value = v;
-    p->next = next;
-    return p;
+    return rec<Property>({{"name", name}, {"type", type}, {"value", v}, {"next", next}});
 }
-
 inline PropertyArray* propertyArray(const char* name, const char* type, ValueArray* values,
                                     PropertyArray* next = nullptr) {
-    auto* p = make<PropertyArray>();
-    p->name = s(name);
-    p->type = s(type);
-    p->valueArray = values;
-    p->next = next;
-    return p;
+    return rec<PropertyArray>({{"name", name}, {"type", type}, {"valueArray", values}, {"next", next}});
 }
-
 inline Instance* instance(const char* cls, Property* properties = nullptr) {
-    auto* i = make<Instance>();
-    i->className = className(cls);
-    i->properties = properties;
-    return i;
+    return rec<Instance>({{"className", className(cls)}, {"properties", properties}});
 }
 
 // IParamValue borrows everything but its name; release what the tests lent.

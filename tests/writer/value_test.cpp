@@ -15,10 +15,8 @@ Instance* richInstance() {
                                          property(nullptr, "x", value("2"), property("C", "uint8", nullptr))));
     i->propertyArrays = propertyArray("L", "string", valueArray({"x", "y", "z"}),
                                       propertyArray("M", "uint8", valueArray({"p", "q", "r"})));
-    i->qualifiers = make<Qualifier>();
-    i->qualifiers->name = s("Q");
-    i->propertyReferences = make<PropertyReference>();
-    i->propertyReferences->name = s("R");
+    i->qualifiers = rec<Qualifier>({{"name", "Q"}});
+    i->propertyReferences = rec<PropertyReference>({{"name", "R"}});
     return i;
 }
 
@@ -47,10 +45,7 @@ TEST(Values, PlainChainsArraysAndNulls) {
               "<VALUE.ARRAY></VALUE.ARRAY>");
     Free_ValueArray(arrays);
 
-    auto* nulls = make<ValueNull>();
-    nulls->value = s("never written");
-    nulls->next = make<ValueNull>();
-    nulls->next->next = make<ValueNull>();
+    auto* nulls = rec<ValueNull>({{"value", "never written"}, {"next", rec<ValueNull>({{"next", make<ValueNull>()}})}});
     EXPECT_EQ(gen(Gen_ValueNull, nulls), "<VALUE.NULL/><VALUE.NULL/><VALUE.NULL/>");
     Free_ValueNull(nulls);
 }
@@ -117,10 +112,7 @@ TEST(Values, HugePiecesAreWrittenWhole) {
 }
 
 TEST(ListChains, ThreeNodesWriteThreeElements) {
-    auto* multi = make<MultiReq>();
-    multi->simpleReqs = make<SimpleReq>();
-    multi->simpleReqs->next = make<SimpleReq>();
-    multi->simpleReqs->next->next = make<SimpleReq>();
+    auto* multi = rec<MultiReq>({{"simpleReqs", rec<SimpleReq>({{"next", rec<SimpleReq>({{"next", make<SimpleReq>()}})}})}});
     EXPECT_EQ(gen(Gen_MultiReq, multi),
               "<MULTIREQ><SIMPLEREQ></SIMPLEREQ><SIMPLEREQ></SIMPLEREQ><SIMPLEREQ></SIMPLEREQ></MULTIREQ>");
     Free_MultiReq(multi);

@@ -30,6 +30,37 @@ template <typename T>
 T* make() { return static_cast<T*>(std::calloc(1, sizeof(T))); }
 inline char* s(const char* text) { return text ? strdup(text) : nullptr; }
 
+// A record with fields set by name through the record table: texts copied,
+// numbers stored at their field's width, records linked as given.
+struct Set {
+    const char* field;
+    const char* text = nullptr;
+    long number = 0;
+    void* record = nullptr;
+    Set(const char* f, const char* t) : field(f), text(t) {}
+    Set(const char* f, long n) : field(f), number(n) {}
+    template <typename R>
+    Set(const char* f, R* r) : field(f), record(r) {}
+};
+template <typename T>
+T* rec(std::initializer_list<Set> fields) {
+    using cimxml::model::FieldKind;
+    T* r = make<T>();
+    for (const Set& set : fields) {
+        const auto* f = cimxml::model::findField(cimxml::model::RecordIdOf<T>::value, set.field);
+        EXPECT_NE(f, nullptr) << set.field;
+        if (!f) continue;
+        char* at = reinterpret_cast<char*>(r) + f->offset;
+        const std::int16_t n16 = static_cast<std::int16_t>(set.number);
+        const std::int32_t n32 = static_cast<std::int32_t>(set.number);
+        void* pointer = set.text ? s(set.text) : set.record;
+        if (f->kind == FieldKind::Int16) std::memcpy(at, &n16, sizeof n16);
+        else if (f->kind == FieldKind::Int32) std::memcpy(at, &n32, sizeof n32);
+        else std::memcpy(at, &pointer, sizeof pointer);
+    }
+    return r;
+}
+
 inline ClassName* className(const char* name) {
     auto* c = make<ClassName>();
     c->name = s(name);
