@@ -78,8 +78,11 @@ TEST(Https, RefusedUnlessTrustedForTheHostOrNotVerified) {
         Free_client_Configuration(h);
     }
     for (const char* v : {"CIMXML_WIRE", "CIMXML_TLS", "CIMXML_CA_FILE", "CIMXML_TLS_INSECURE"}) ::unsetenv(v);
-    EXPECT_EQ(good.server->stats().tlsFailures, 2u);
-    EXPECT_EQ(otherHost.server->stats().tlsFailures, 2u);
+    // The server counts a refused handshake on its own thread, maybe after the client has moved on.
+    for (TlsServer* t : {&good, &otherHost}) {
+        for (int i = 0; i < 500 && t->server->stats().tlsFailures < 2; ++i) ::usleep(10000);
+        EXPECT_EQ(t->server->stats().tlsFailures, 2u);
+    }
 }
 
 }  // namespace
