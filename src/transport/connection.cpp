@@ -248,13 +248,9 @@ ssize_t Connection::receive(char* into, std::size_t n, Failure* failure) noexcep
             int rc = SSL_read(ssl_, into, want);
             if (rc > 0) return rc;
             int e = SSL_get_error(ssl_, rc);
+            // A peer that drops the connection without close_notify ends the
+            // stream the same way (SSL_OP_IGNORE_UNEXPECTED_EOF).
             if (e == SSL_ERROR_ZERO_RETURN) return 0;
-            // A peer that drops the connection without close_notify ends
-            // the stream as a plain close would.
-            if (e == SSL_ERROR_SYSCALL && errno == 0) {
-                ERR_clear_error();
-                return 0;
-            }
             got = -1;
             if (e != SSL_ERROR_SYSCALL && e != SSL_ERROR_WANT_READ && errno == 0) {
                 char err[256];

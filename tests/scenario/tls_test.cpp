@@ -17,14 +17,14 @@
 
 namespace {
 
-// A server on 127.0.0.1 whose certificate names `ip`.
+// A server on 127.0.0.1 whose certificate names `name` ("IP:..." or "DNS:...").
 struct TlsServer {
     std::string base, cert = base + "-cert.pem";
     std::unique_ptr<cimmock::Server> server;
-    explicit TlsServer(const char* ip)
-        : base(::testing::TempDir() + "/scenario-" + std::to_string(::getpid()) + "-" + ip) {
+    explicit TlsServer(const char* name)
+        : base(::testing::TempDir() + "/scenario-" + std::to_string(::getpid()) + "-" + name) {
         const std::string make = "openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes -days 1 "
-                                 "-subj /CN=cimxml-test -addext subjectAltName=IP:" + std::string(ip) + " -keyout " +
+                                 "-subj /CN=cimxml-test -addext subjectAltName=" + std::string(name) + " -keyout " +
                                  base + "-key.pem -out " + cert + " >/dev/null 2>&1";
         EXPECT_EQ(std::system(make.c_str()), 0) << make;
         cimmock::ServerOptions options;
@@ -42,13 +42,14 @@ struct TlsServer {
 };
 
 TEST(Https, RefusedUnlessTrustedForTheHostOrNotVerified) {
-    TlsServer good("127.0.0.1"), otherHost("127.0.0.2");
+    TlsServer good("IP:127.0.0.1"), otherHost("IP:127.0.0.2"), named("DNS:localhost"), otherName("DNS:elsewhere.test");
     const struct {
         const char* name;
         bool standard;
         TlsServer& server;
         const char *caFile, *insecure;
         std::string want;  // "served", or the start of errorOut (default mode leaves it empty)
+        const char* host = "127.0.0.1";
     } cases[] = {
         {"standard, system store", true, good, nullptr, nullptr,
          "1006:TLS handshake with 127.0.0.1 failed: server certificate not trusted"},
@@ -60,6 +61,11 @@ TEST(Https, RefusedUnlessTrustedForTheHostOrNotVerified) {
         {"default, the CA file", false, good, good.cert.c_str(), nullptr, "served"},
         {"default, another host's certificate", false, otherHost, otherHost.cert.c_str(), nullptr, ""},
         {"default, not verified", false, good, nullptr, "1", "served"},
+        {"a name", true, named, named.cert.c_str(), nullptr, "served", "localhost"},
+        {"another name", true, otherName, otherName.cert.c_str(), nullptr,
+         "1006:TLS handshake with localhost failed: server certificate not trusted (hostname mismatch)", "localhost"},
+        {"no such CA file", true, named, "/nonexistent/ca.pem", nullptr,
+         "1006:cannot load trusted certificates from /nonexistent/ca.pem: "},
     };
     ::setenv("CIMXML_TLS", "1", 1);
     for (const auto& c : cases) {
@@ -67,7 +73,7 @@ TEST(Https, RefusedUnlessTrustedForTheHostOrNotVerified) {
         c.standard ? ::setenv("CIMXML_WIRE", "standard", 1) : ::unsetenv("CIMXML_WIRE");
         c.caFile ? ::setenv("CIMXML_CA_FILE", c.caFile, 1) : ::unsetenv("CIMXML_CA_FILE");
         c.insecure ? ::setenv("CIMXML_TLS_INSECURE", c.insecure, 1) : ::unsetenv("CIMXML_TLS_INSECURE");
-        ClientHandle* h = client_Configuration("127.0.0.1", c.server.server->port(), "root/cimv2", 5000, "u", "p");
+        ClientHandle* h = client_Configuration(c.host, c.server.server->port(), "root/cimv2", 5000, "u", "p");
         h->interfaceType = 0;
         ClassName processors = {const_cast<char*>("CIM_Processor"), nullptr};
         Error* error = nullptr;
