@@ -232,7 +232,6 @@ int sendDefault(const char* requestText, char** responseOut, const Peer& peer, c
             return -1;
         }
         sendBuffer = grown;
-        sendSize = messageLength + 1;
     }
     sendBuffer[headerLength] = '\n';
     sendBuffer[headerLength + 1] = '\r';

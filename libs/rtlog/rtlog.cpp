@@ -49,7 +49,7 @@ void _rt_log(const char* file, int line, const char* component, const char* cate
              const char* format, ...) {
     if (level > g_threshold.load(std::memory_order_relaxed) || !format) return;
     int fd = g_fd.load();
-    if (fd < 0) return;
+    if (fd == -1) return;
     try {
         struct timeval tv;
         gettimeofday(&tv, nullptr);

@@ -96,7 +96,7 @@ bool Failure::set(const char* c, const char* format, ...) noexcept {
 bool Connection::adopt(int fd, const char* host, const Security& security, Failure* failure) noexcept {
     close();
     fd_ = fd;
-    if (fd_ < 0) return false;
+    if (fd_ == -1) return false;
     if (security.tls && !startTls(host, security, failure)) {
         close();
         return false;
@@ -125,9 +125,9 @@ bool Connection::open(const char* host, int port, int timeoutMs, const Security&
     }
     int fd = -1;
     int lastErrno = 0;
-    for (addrinfo* a = list; a && fd < 0; a = a->ai_next) {
+    for (addrinfo* a = list; a && fd == -1; a = a->ai_next) {
         fd = ::socket(a->ai_family, a->ai_socktype | SOCK_CLOEXEC, a->ai_protocol);
-        if (fd < 0) {
+        if (fd == -1) {
             lastErrno = errno;
             continue;
         }
@@ -139,7 +139,7 @@ bool Connection::open(const char* host, int port, int timeoutMs, const Security&
         }
     }
     freeaddrinfo(list);
-    if (fd < 0) {
+    if (fd == -1) {
         if (failure) {
             const char* why = lastErrno == EINPROGRESS || lastErrno == EAGAIN ? "timed out" : std::strerror(lastErrno);
             failure->set(CIMXML_ERROR_CONNECT, "cannot connect to %s port %d: %s", host, port & 0xFFFF, why);
@@ -284,7 +284,7 @@ void Connection::close() noexcept {
         SSL_CTX_free(ctx_);
         ctx_ = nullptr;
     }
-    if (fd_ >= 0) ::close(fd_);
+    if (fd_ != -1) ::close(fd_);
     fd_ = -1;
 }
 

@@ -123,8 +123,10 @@ TEST(Frame, AppendsAfterTheCallersText) {
 }
 
 TEST(Frame, FailedAllocationLeavesTheTextAsItWas) {
-    Value* big = value(std::string(100000, 'v').c_str());
-    const std::string whole = "keep<VALUE>" + std::string(100000, 'v') + "</VALUE>";
+    // Two large values: after a failure, the second must not be written either.
+    Value* big = value(std::string(100000, 'v').c_str(), value(std::string(300000, 'w').c_str()));
+    const std::string whole = "keep<VALUE>" + std::string(100000, 'v') + "</VALUE><VALUE>" + std::string(300000, 'w') +
+                              "</VALUE>";
     for (long failAt = 0; failAt < 4; ++failAt) {
         char* text = s("keep");
         char* fresh = nullptr;

@@ -175,6 +175,7 @@ TEST(Requests, EachOperationSendsItsRecordedBytesAsWellFormedXml) {
     InstanceName* cpu0 = processor("CPU0");
     cpu0->keyBindings->next->keyValue->cimType = s("string");
     ObjectName* cpu = objectName(processor("CPU0"));
+    ObjectName* cpuOnly = rec<ObjectName>({{"instanceName", processor("CPU0")}});
     ClassName* assoc = className("CIM_SystemDevice");
     ClassName* result = className("Mock_ComputerSystem");
     ParamValue* in = param("S", "hi & bye", "string", param("U32", "7", nullptr));
@@ -228,8 +229,8 @@ TEST(Requests, EachOperationSendsItsRecordedBytesAsWellFormedXml) {
         {"invoke_method_instance", [&](auto h, auto e) { invokeMethod(h, system, "SetElementName", in, nullptr, e); }},
         {"invoke_method_class", [&](auto h, auto e) { invokeMethod(h, allTypes, "Echo", in, nullptr, e); }},
         {"standard/get_instance", [&](auto h, auto e) { GetInstance(h, cpu0, 0, 1, 0, nullptr, e); }},
-        {"standard/associator_names", [&](auto h, auto e) {
-             AssociatorNames(h, cpu, assoc, nullptr, "PartComponent", nullptr, e); }},
+        {"standard/associator_names", [&](auto h, auto e) {  // the instance alone names the target
+             AssociatorNames(h, cpuOnly, assoc, nullptr, "PartComponent", nullptr, e); }},
         {"standard/create_instance", [&](auto h, auto e) { CIM_CreateInstance(h, escaped, e); takeError(e); }},
         {"standard/invoke_method", [&](auto h, auto e) {
              invokeMethod(h, system, "SetElementName", in, nullptr, e); takeError(e); }},
@@ -248,7 +249,7 @@ TEST(Requests, EachOperationSendsItsRecordedBytesAsWellFormedXml) {
     EXPECT_NE(embedded->value->instance->properties, nullptr);
     for (ClassName* c : {processorClass, device, assoc, result}) Free_ClassName(c);
     for (InstanceName* n : {cpu0, system, allTypes}) Free_InstanceName(n);
-    Free_ObjectName(cpu);
+    for (ObjectName* o : {cpu, cpuOnly}) Free_ObjectName(o);
     Free_ParamValue(in);
     Free_Instance(created);
     Free_Instance(escaped);
