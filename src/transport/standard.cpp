@@ -279,7 +279,7 @@ int exchange(const char* requestText, char** responseOut, const Peer& peer, cons
             failure->set(CIMXML_ERROR_MEMORY, "out of memory for a reply of %zu bytes", head.length);
             return -1;
         }
-        std::size_t have = in.n - pos < head.length ? in.n - pos : head.length;
+        const std::size_t have = std::min(in.n - pos, head.length);
         body.append(in.p + pos, have);
         while (body.n < head.length) {
             ssize_t got = conn.receive(body.p + body.n, head.length - body.n, failure);
