@@ -53,12 +53,7 @@ ClientHandle* client_Configuration(const char* host, int port, const char* nameS
     if (!(handle->userName = ownedCopy(userName))) return nullptr;
     if (!(handle->password = ownedCopy(password))) return nullptr;
     // Read here, like the marker: the environment at creation time counts.
-    bool remembered = false;
-    try {
-        remembered = cimxml::rememberHandle(handle, cimxml::settingsForNewHandle());
-    } catch (...) {
-    }
-    if (!remembered) {
+    if (!cimxml::rememberNewHandle(handle)) {
         Free_client_Configuration(handle);
         return nullptr;
     }

@@ -21,8 +21,7 @@ bool envIsOne(const char* name) {
     return v && std::strcmp(v, "1") == 0;
 }
 
-}  // namespace
-
+// The settings a new handle gets.
 WireSettings settingsForNewHandle() {
     WireSettings s;
     const char* wire = std::getenv("CIMXML_WIRE");
@@ -36,8 +35,11 @@ WireSettings settingsForNewHandle() {
     return s;
 }
 
-bool rememberHandle(const ClientHandle* handle, const WireSettings& settings) noexcept {
+}  // namespace
+
+bool rememberNewHandle(const ClientHandle* handle) noexcept {
     try {
+        const WireSettings settings = settingsForNewHandle();
         std::lock_guard<std::mutex> hold(g_lock);
         if (!g_handles) g_handles = new std::unordered_map<const ClientHandle*, WireSettings>();
         (*g_handles)[handle] = settings;

@@ -19,13 +19,11 @@ struct WireSettings {
     std::string caFile;        // trust anchors; empty: the system store
 };
 
-// The settings new handles get: the environment (CIMXML_WIRE, CIMXML_TLS,
-// CIMXML_CA_FILE, CIMXML_TLS_INSECURE) unless CIMC_SetWireMode(NULL, ...)
-// chose a process-wide mode or scheme.
-WireSettings settingsForNewHandle();
 // Records the settings of a handle just created (replacing any stale entry
-// left at the same address). False when memory ran out.
-bool rememberHandle(const ClientHandle* handle, const WireSettings& settings) noexcept;
+// left at the same address): the environment (CIMXML_WIRE, CIMXML_TLS,
+// CIMXML_CA_FILE, CIMXML_TLS_INSECURE) unless CIMC_SetWireMode(NULL, ...)
+// chose a process-wide mode or scheme. False when memory ran out.
+bool rememberNewHandle(const ClientHandle* handle) noexcept;
 void forgetHandle(const ClientHandle* handle) noexcept;
 // The settings of a handle; defaults for one the library does not know.
 WireSettings wireSettingsOf(const ClientHandle* handle);

@@ -40,8 +40,7 @@ CIMCInstance* embeddedInstance(const Instance* record, const char* nameSpace, CI
     CIMCObjectPath* path = env->ft->newObjectPath(env, nameSpace, record->className->name, nullptr);
     if (!path) return nullptr;
     CIMCInstance* instance = env->ft->newInstance(env, path, nullptr);
-    if (instance && (record->properties || record->propertyArrays))
-        CDATASectionHandler(record->properties, record->propertyArrays, instance, env);
+    CDATASectionHandler(record->properties, record->propertyArrays, instance, env);  // passes over no instance
     release(path);
     return instance;
 }
@@ -163,8 +162,7 @@ int CIMC_CreateCDataArgument(ParamValue* paramValue, const char* nameSpace, CIMC
     if (!path) return -1;
     CIMCInstance* instance = env->ft->newInstance(env, path, nullptr);
     if (instance) {
-        if (record->properties || record->propertyArrays)
-            CDATASectionHandler(record->properties, record->propertyArrays, instance, env);
+        CDATASectionHandler(record->properties, record->propertyArrays, instance, env);
         if (paramValue->name && args) {
             CIMCValue value = zeroValue();
             value.inst = instance;

@@ -116,6 +116,11 @@ TEST(Walk, UnknownElementOrphansItsChildrenAndLaterSiblings) {
     EXPECT_EQ(q.out, kUnknownLine);
     EXPECT_EQ(chainLength(returnValueOf(q.root)->cimClass->properties), 2);
     Free_CIM(q.root);
+
+    // VALUE.NULL is known to the standard reading only.
+    Parsed n = parseCapturing(imethodReply("x", "<VALUE.ARRAY><VALUE>1</VALUE><VALUE.NULL/></VALUE.ARRAY>"));
+    EXPECT_EQ(n.out, kUnknownLine);
+    Free_CIM(n.root);
 }
 
 TEST(Walk, UnlinkedRecordsAreReleasedByTheNextParse) {

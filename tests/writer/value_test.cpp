@@ -14,7 +14,9 @@ Instance* richInstance() {
     Instance* i = instance("C", property("A", "string", value("1"),
                                          property(nullptr, "x", value("2"), property("C", "uint8", nullptr))));
     i->propertyArrays = propertyArray("L", "string", valueArray({"x", "y", "z"}),
-                                      propertyArray("M", "uint8", valueArray({"p", "q", "r"})));
+                                      propertyArray("M", "uint8", valueArray({"p", "q", "r"}),
+                                                    propertyArray("N", "uint8", valueArray({nullptr, "s"}),
+                                                                  propertyArray("O", "uint8", nullptr))));
     i->qualifiers = rec<Qualifier>({{"name", "Q"}});
     i->propertyReferences = rec<PropertyReference>({{"name", "R"}});
     return i;
