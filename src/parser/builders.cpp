@@ -176,8 +176,7 @@ Built buildHost(XMLNode* node, ElementId parentId, const char* parentName, void*
 
 Built build(ElementId id, XMLNode* node, ElementId parentId, const char* parentName, void* parentRecord) {
     Built result{parentRecord, parentName};
-    if (id >= ElementId::Count) return result;
-    const ResolvedElement& e = resolvedElement(id);
+    const ResolvedElement& e = resolvedElement(id);  // callers pass dispatched elements only
     if (e.content == Content::Host) return buildHost(node, parentId, parentName, parentRecord);
 
     // An allocation failure builds nothing: the element reads as childless.

@@ -66,6 +66,13 @@ TEST(WireMode, SetWireModeChangesOneHandleOrEveryLaterOne) {
     h = newHandle();
     EXPECT_EQ(describe(h), "standard tls");
     Free_client_Configuration(h);
+    ASSERT_EQ(CIMC_SetWireMode(nullptr, CIMXML_WIRE_DEFAULT, "http"), 0);
+    setenv("CIMXML_WIRE", "standard", 1);
+    setenv("CIMXML_TLS", "1", 1);
+    h = newHandle();
+    unsetenv("CIMXML_TLS");
+    EXPECT_EQ(describe(h), "default");
+    Free_client_Configuration(h);
     ASSERT_EQ(CIMC_SetWireMode(nullptr, CIMXML_WIRE_FROM_ENVIRONMENT, nullptr), 0);
     setenv("CIMXML_WIRE", "standard", 1);
     h = newHandle();

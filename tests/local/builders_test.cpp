@@ -242,7 +242,8 @@ TEST_F(Builders, MissingPiecesAreRefused) {
     ParamValue* refText = param("R", "reference", "x");
     ParamValue* textless = param("N", "uint8", nullptr);
     for (int rc : {CIMC_CreatePropertyArguments(refText, args, env_), CIMC_CreatePropertyArguments(textless, args, env_),
-                   CIMC_CreatePropertyArguments(plain, nullptr, env_)})
+                   CIMC_CreatePropertyArguments(plain, nullptr, env_), CDATASectionHandler(p, a, nullptr, env_),
+                   CDATASectionHandler(p, a, inst, nullptr)})
         EXPECT_EQ(rc, 0);
     EXPECT_EQ(args->ft->getArgCount(args, nullptr), 0);
     EXPECT_EQ(get(inst, "A").state, CIMC_notFound);
