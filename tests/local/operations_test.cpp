@@ -1,6 +1,8 @@
 // The local operations through the mock broker: the shared frame (Error
 // records and their sizes, silent failures, guards, log lines, console
 // text) for every operation, then results end to end.
+#include <dlfcn.h>
+
 #include <functional>
 #include "local_support.h"
 #include "model/alloc.h"
@@ -172,6 +174,27 @@ TEST(Frame, AllocationFailuresLeaveNoResult) {
         }
         ASSERT_LT(n, 5000);
     }
+}
+
+// The path a local CreateInstance hands the broker carries the instance's
+// creation keys (SFCB's four names), whatever the class's own keys are.
+TEST(Results, CreationKeysGoOnThePath) {
+    Instance* created = make<Instance>();
+    created->className = className("Mock_ComputerSystem");
+    created->properties = chain<Property>({property("Name", "string", "trace-host"), property("OSName", "string", "x"),
+                                           property("CreationClassName", "string", "Mock_ComputerSystem")});
+    InstanceName* name = nullptr;
+    Error* e = nullptr;
+    EnvScope trace("SFCB_TRACE", "1");
+    ::testing::internal::CaptureStderr();
+    EXPECT_EQ(CIMC_CreateInstance(&name, created, kNs, "u", "p", &e), 0);
+    const std::string said = ::testing::internal::GetCapturedStderr();
+    *static_cast<int*>(dlsym(dlopen("libcimcClientSfcbLocal.so", RTLD_NOW), "_sfcb_debug")) = 0;
+    EXPECT_NE(said.find("createInstance path keys: Name CreationClassName\n"), std::string::npos) << said;
+    EXPECT_EQ(CIMC_DeleteInstance(name, kNs, "u", "p", &e), 0);
+    EXPECT_EQ(e, nullptr);
+    Free_InstanceName(name);
+    Free_Instance(created);
 }
 
 // Deep inheritance reaches the broker only as 1. (Results as records are

@@ -367,6 +367,9 @@ static CIMCObjectPath* clCreateInstance(CIMCClient* cl, CIMCObjectPath* op, CIMC
   return entry(Kind::Client, cl, rc, (CIMCObjectPath*)nullptr, [&](Node& c) {
     EnvNode& env = begin(c, "createInstance");
     Target t = target(op);
+    std::string keys = "createInstance path keys:";
+    for (const auto& k : t.path.keys) keys += " " + k.name;
+    trace(keys.c_str());
     Node* i = findAs(Kind::Instance, inst);
     if (!i) throw CimError(cimmock::CIM_ERR_INVALID_PARAMETER, "no valid instance");
     cimmock::Instance given = toRepoInstance(i->inst());
