@@ -58,6 +58,7 @@ public:
     explicit RawServer(Reply r) : reply_(std::move(r)) {}
     ~RawServer() {
         stopping_ = true;
+        ::shutdown(listener_, SHUT_RDWR);  // wakes the accept loop's poll at once
         if (thread_.joinable()) thread_.join();
         ::close(listener_);
     }
