@@ -238,12 +238,12 @@ TEST_F(Builders, MissingPiecesAreRefused) {
                        CIMC_CreateValueRefArguments(ref, ns, nullptr, env_), CIMC_CreateValueRefArguments(ref, ns, args, nullptr)};
     for (const int& rc : got) EXPECT_EQ(rc, -1) << &rc - got;
     // Passed over without a refusal: a reference type or no text for a scalar,
-    // no argument list to add to.
+    // no argument list to add to, no instance to fill.
     ParamValue* refText = param("R", "reference", "x");
     ParamValue* textless = param("N", "uint8", nullptr);
     for (int rc : {CIMC_CreatePropertyArguments(refText, args, env_), CIMC_CreatePropertyArguments(textless, args, env_),
                    CIMC_CreatePropertyArguments(plain, nullptr, env_), CDATASectionHandler(p, a, nullptr, env_),
-                   CDATASectionHandler(p, a, inst, nullptr)})
+                   CDATASectionHandler(p, a, inst, nullptr), CIMC_CreateCDataArgument(e, ns, nullptr, env_)})
         EXPECT_EQ(rc, 0);
     EXPECT_EQ(args->ft->getArgCount(args, nullptr), 0);
     EXPECT_EQ(get(inst, "A").state, CIMC_notFound);

@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <regex>
@@ -47,6 +48,10 @@ TEST_F(RtLog, OneLinePerCallAtOrBelowTheThreshold) {
         EXPECT_EQ(std::filesystem::exists(path_), level && *level == '2');  // no file made while quiet
     }
     std::string text = readFile(path_);
+    // The stamp is UTC: today's date, as strftime gives it (or yesterday's, just after midnight).
+    auto day = [](std::time_t t) { char d[16]; std::strftime(d, sizeof d, "%Y-%m-%d", std::gmtime(&t)); return std::string(d); };
+    const std::time_t now = std::time(nullptr);
+    EXPECT_TRUE(text.rfind(day(now), 0) == 0 || text.rfind(day(now - 60), 0) == 0) << text;
     std::regex line(R"(^\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{6}Z \[\d+\] CIMCLIENT network src/CIMC_SendRequest:295: Request:
 <CIM/>
 $)");
