@@ -107,13 +107,14 @@ const Value* embeddedValue(CIM* root) {
 }
 
 TEST(Embedded, OneRecordPerAttributeInDocumentOrder) {
-    // NAME and TYPE each get a property of their own, sharing the text.
+    // NAME and TYPE each get a property of their own, sharing the text; any
+    // other attribute a blank one.
     Parsed p = parseCapturing(embedded(
-        "<INSTANCE CLASSNAME=\"Inner\"><PROPERTY NAME=\"A\" TYPE=\"string\"><VALUE>alpha</VALUE></PROPERTY>"
+        "<INSTANCE CLASSNAME=\"Inner\"><PROPERTY NAME=\"A\" TYPE=\"string\" PROPAGATED=\"true\"><VALUE>alpha</VALUE></PROPERTY>"
         "<PROPERTY NAME=\"B\" TYPE=\"uint8\"><VALUE>7</VALUE></PROPERTY><PROPERTY/></INSTANCE>"));
     EXPECT_EQ(dump(RecordId::Value, embeddedValue(p.root)),
               "{instance={className={name='Inner'} properties={value={value='alpha'} name='A'}{value={value='alpha'} "
-              "type='string'}{value={value='7'} name='B'}{value={value='7'} type='uint8'}}}");
+              "type='string'}{value={value='alpha'}}{value={value='7'} name='B'}{value={value='7'} type='uint8'}}}");
     Free_CIM(p.root);
 }
 

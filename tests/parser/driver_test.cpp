@@ -204,6 +204,9 @@ TEST(Stack, AParseClearsEveryEntryEarlierPushesWrote) {
         ASSERT_EQ(map[i].address, nullptr) << i;
         ASSERT_EQ(map[i].name[0], '\0') << i;
     }
+    Push(ElementStackEntry{&records[0], "Y"});  // one entry, the first since that parse
+    parseXML("no document");
+    EXPECT_EQ(map[0].address, nullptr);
 }
 
 TEST(Stack, DeepDocumentIsCutAtTheStackSizeWithoutLeaks) {
