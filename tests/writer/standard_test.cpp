@@ -39,6 +39,7 @@ TEST(StandardWriter, IrregularFormsBecomeRegular) {
     auto* refs = rec<ParameterRefArray>({{"name", "R"}, {"arraySize", 2}});
     auto* path = rec<LocalClassPath>({{"className", className("C", className("Extra"))}});
     auto* instance = rec<Instance>({{"className", className("I<1>", className("Extra"))}});
+    auto* names = rec<IReturnValue>({{"className", className("A", className("B"))}});
 
     const struct {
         const char* name;
@@ -61,6 +62,8 @@ TEST(StandardWriter, IrregularFormsBecomeRegular) {
         {"LOCALCLASSPATH", standardText(cimxml::writer::kLocalClassPath, path),
          "<LOCALCLASSPATH><CLASSNAME NAME=\"C\"/></LOCALCLASSPATH>"},
         {"INSTANCE", standardText(cimxml::writer::kInstance, instance), "<INSTANCE CLASSNAME=\"I&lt;1&gt;\"></INSTANCE>"},
+        {"IRETURNVALUE", standardText(cimxml::writer::kIReturnValue, names),
+         "<IRETURNVALUE><CLASSNAME NAME=\"A\"/><CLASSNAME NAME=\"B\"/></IRETURNVALUE>"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
@@ -79,6 +82,7 @@ TEST(StandardWriter, IrregularFormsBecomeRegular) {
     Free_ParameterRefArray(refs);
     Free_LocalClassPath(path);
     Free_Instance(instance);
+    Free_IReturnValue(names);
 }
 
 }  // namespace
