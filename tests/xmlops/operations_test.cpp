@@ -203,6 +203,9 @@ TEST(Requests, EachOperationSendsItsRecordedBytesAsWellFormedXml) {
     classRef->valueReference = make<ValueReference>();
     classRef->valueReference->className = className("Mock_Kind");
     InstanceName* allTypes = instanceName("Mock_AllTypes", {});
+    // A key value straight in the instance name, with no binding around it, still names an instance.
+    InstanceName* keyed = rec<InstanceName>({{"className", className("Mock_Key")},
+                                             {"keyValue", rec<KeyValue>({{"value", "7"}, {"valueType", "numeric"}})}});
     using Call = std::function<void(ClientHandle*, Error**)>;
     const std::pair<const char*, Call> cases[] = {
         {"get_class", [&](auto h, auto e) { EXPECT_EQ(CIM_GetClass(h, processorClass, 1, 0, 1, nullptr, e), nullptr); }},
@@ -228,6 +231,7 @@ TEST(Requests, EachOperationSendsItsRecordedBytesAsWellFormedXml) {
         {"reference_names", [&](auto h, auto e) { ReferenceNames(h, cpu, assoc, "PartComponent", e); }},
         {"invoke_method_instance", [&](auto h, auto e) { invokeMethod(h, system, "SetElementName", in, nullptr, e); }},
         {"invoke_method_class", [&](auto h, auto e) { invokeMethod(h, allTypes, "Echo", in, nullptr, e); }},
+        {"invoke_method_key_value", [&](auto h, auto e) { invokeMethod(h, keyed, "Echo", nullptr, nullptr, e); }},
         {"standard/get_instance", [&](auto h, auto e) { GetInstance(h, cpu0, 0, 1, 0, nullptr, e); }},
         {"standard/associator_names", [&](auto h, auto e) {  // the instance alone names the target
              AssociatorNames(h, cpuOnly, assoc, nullptr, "PartComponent", nullptr, e); }},
@@ -248,7 +252,7 @@ TEST(Requests, EachOperationSendsItsRecordedBytesAsWellFormedXml) {
     EXPECT_NE(system->next, nullptr);  // the caller's records stay as they were
     EXPECT_NE(embedded->value->instance->properties, nullptr);
     for (ClassName* c : {processorClass, device, assoc, result}) Free_ClassName(c);
-    for (InstanceName* n : {cpu0, system, allTypes}) Free_InstanceName(n);
+    for (InstanceName* n : {cpu0, system, allTypes, keyed}) Free_InstanceName(n);
     for (ObjectName* o : {cpu, cpuOnly}) Free_ObjectName(o);
     Free_ParamValue(in);
     Free_Instance(created);
