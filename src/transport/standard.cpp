@@ -111,7 +111,7 @@ std::string_view unled(const char* s, const char* end) {
 // Strict decimal between blanks, no sign, no overflow.
 bool parseLength(const char* s, const char* end, std::size_t* out) {
     std::string_view t = unled(s, end);
-    t.remove_suffix(t.size() - std::min(t.find_last_not_of(" \t") + 1, t.size()));
+    t = t.substr(0, t.find_last_not_of(" \t") + 1);  // npos + 1 is 0: an empty value stays empty
     std::size_t v = 0;
     const auto [stop, error] = std::from_chars(t.data(), t.data() + t.size(), v);
     if (error != std::errc() || stop != t.data() + t.size() || v > SIZE_MAX / 4) return false;

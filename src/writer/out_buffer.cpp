@@ -58,16 +58,16 @@ void OutBuf::escaped(const char* s, std::size_t n) noexcept {
     const char* run = s;
     for (const char* end = s + n; s != end; ++s) {
         const char* entity;
-        std::size_t n;
+        std::size_t entityLength;
         switch (*s) {
-            case '&': entity = "&amp;"; n = 5; break;
-            case '<': entity = "&lt;"; n = 4; break;
-            case '>': entity = "&gt;"; n = 4; break;
-            case '"': entity = "&quot;"; n = 6; break;
+            case '&': entity = "&amp;"; entityLength = 5; break;
+            case '<': entity = "&lt;"; entityLength = 4; break;
+            case '>': entity = "&gt;"; entityLength = 4; break;
+            case '"': entity = "&quot;"; entityLength = 6; break;
             default: continue;
         }
         append(run, static_cast<std::size_t>(s - run));
-        append(entity, n);
+        append(entity, entityLength);
         run = s + 1;
     }
     append(run, static_cast<std::size_t>(s - run));

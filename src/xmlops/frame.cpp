@@ -6,7 +6,6 @@
 #include "cimxml/lifecycle.h"
 #include "cimxml/parser.h"
 #include "cimxml/writer.h"
-#include "api/wire.h"
 #include "model/alloc.h"
 #include "parser/parser_internal.h"
 #include "transport/exchange.h"
@@ -85,7 +84,7 @@ IParamValue* newParam(const ParamSpec& def, const Arg& arg, bool* failed) {
 }
 
 // The IMETHODCALL text of one operation, or NULL when memory ran out.
-char* writeRequest(ClientHandle* handle, const Operation& op, const Arg* args) {
+char* writeRequest(ClientHandle* handle, bool wireStandard, const Operation& op, const Arg* args) {
     CIM* cim = newRequestEnvelope();
     if (!cim) return nullptr;
     IMethodCall* methodCall = newRecord<IMethodCall>();
@@ -93,7 +92,6 @@ char* writeRequest(ClientHandle* handle, const Operation& op, const Arg* args) {
     bool failed = !methodCall || !setText(&methodCall->name, op.method) ||
                   !(methodCall->localNamespacePath = newNamespacePath(handle->nameSpace));
 
-    const bool wireStandard = standardWire(handle);
     const bool standard = wireStandard && op.standardParams;
     const ParamSpec* params = standard ? op.standardParams : op.params;
     const std::size_t paramCount = standard ? op.standardParamCount : op.paramCount;
@@ -149,12 +147,6 @@ void storeError(Error* error, Error** errorOut) {
 
 bool standardWire(ClientHandle* handle) { return handle && standardWireOf(handle); }
 
-char* writeEnvelope(ClientHandle* handle, CIM* cim) {
-    char* text = nullptr;
-    writer::writeDocument(cim, &text, standardWire(handle));
-    return text;
-}
-
 void storeNewError(const char* code, const char* description, Error** errorOut) {
     Error* error = newRecord<Error>();
     if (error && (!setText(&error->code, code) || !setText(&error->description, description))) {
@@ -164,9 +156,8 @@ void storeNewError(const char* code, const char* description, Error** errorOut) 
     storeError(error, errorOut);
 }
 
-CIM* exchange(ClientHandle* handle, char* requestText, Error** errorOut, const char* cimMethod,
-              const char* cimObject) {
-    const WireSettings wire = wireSettingsOf(handle);
+CIM* exchange(ClientHandle* handle, const WireSettings& wire, char* requestText, Error** errorOut,
+              const char* cimMethod, const char* cimObject) {
     const transport::Peer peer{handle->host, handle->port, handle->userName, handle->password, handle->timeout};
     const transport::Security security{wire.tls, wire.tlsInsecure, wire.caFile.c_str()};
     transport::Failure failure;
@@ -211,9 +202,10 @@ SimpleRsp* simpleResponse(CIM* reply) {
 
 IReturnValue* call(ClientHandle* handle, const Operation& op, const Arg* args, Error** errorOut) {
     if (!handle) return nullptr;
-    char* text = writeRequest(handle, op, args);
+    const WireSettings wire = wireSettingsOf(handle);
+    char* text = writeRequest(handle, wire.standard, op, args);
     if (!text) return nullptr;
-    CIM* reply = exchange(handle, text, errorOut, op.method, handle->nameSpace ? handle->nameSpace : "");
+    CIM* reply = exchange(handle, wire, text, errorOut, op.method, handle->nameSpace ? handle->nameSpace : "");
 
     IReturnValue* result = nullptr;
     SimpleRsp* rsp = simpleResponse(reply);
@@ -225,7 +217,7 @@ IReturnValue* call(ClientHandle* handle, const Operation& op, const Arg* args, E
             storeError(imr->error, errorOut);
             imr->error = nullptr;
         }
-    } else if (reply && standardWire(handle)) {
+    } else if (reply && wire.standard) {
         storeNewError(CIMXML_ERROR_REPLY, "the reply holds no IMETHODRESPONSE", errorOut);
     }
     // Whatever was not handed out goes, so replies with extra content

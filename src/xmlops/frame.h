@@ -8,6 +8,7 @@
 #include "cimxml/client.h"
 #include "cimxml/lifecycle.h"
 #include "cimxml/records.h"
+#include "api/wire.h"
 
 namespace cimxml::xmlops {
 
@@ -82,14 +83,13 @@ CIM* newRequestEnvelope();
 LocalNamespacePath* newNamespacePath(const char* nameSpace);
 // True when the handle talks in the standard wire mode. Never throws.
 bool standardWire(ClientHandle* handle);
-// Writes a request envelope in the handle's wire mode; NULL when memory ran out.
-char* writeEnvelope(ClientHandle* handle, CIM* cim);
-// Sends the written request (and frees it); returns the parsed reply, or
-// NULL after storing the 401 error or on any transport or parse failure (in
-// the standard wire mode every failure is stored as an Error). cimMethod and
-// cimObject are the standard mode's CIMMethod and CIMObject values.
-CIM* exchange(ClientHandle* handle, char* requestText, Error** errorOut, const char* cimMethod,
-              const char* cimObject);
+// Sends the written request (and frees it) with the settings the call read
+// once, before writing it; returns the parsed reply, or NULL after storing
+// the 401 error or on any transport or parse failure (in the standard wire
+// mode every failure is stored as an Error). cimMethod and cimObject are the
+// standard mode's CIMMethod and CIMObject values.
+CIM* exchange(ClientHandle* handle, const WireSettings& wire, char* requestText, Error** errorOut,
+              const char* cimMethod, const char* cimObject);
 // Stores a new Error with these texts (nothing when memory runs out).
 void storeNewError(const char* code, const char* description, Error** errorOut);
 // The reply's first SIMPLERSP, or NULL when any link is missing.

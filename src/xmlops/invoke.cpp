@@ -9,6 +9,7 @@
 #include "cimxml/lifecycle.h"
 #include "cimxml/writer.h"
 #include "model/alloc.h"
+#include "writer/document.h"
 #include "xmlops/frame.h"
 
 namespace cimxml::xmlops {
@@ -20,7 +21,8 @@ bool hasKeys(const InstanceName* name) {
 
 // The METHODCALL text, or NULL when memory ran out. The target and the
 // parameters are the caller's and are only borrowed for the writing.
-char* writeMethodCall(ClientHandle* handle, InstanceName* target, const char* methodName, ParamValue* inParams) {
+char* writeMethodCall(ClientHandle* handle, bool wireStandard, InstanceName* target, const char* methodName,
+                      ParamValue* inParams) {
     CIM* cim = newRequestEnvelope();
     if (!cim) return nullptr;
     MethodCall* methodCall = newRecord<MethodCall>();
@@ -46,7 +48,7 @@ char* writeMethodCall(ClientHandle* handle, InstanceName* target, const char* me
         // Only the first node names the target, whatever follows it.
         InstanceName* rest = target->next;
         target->next = nullptr;
-        text = writeEnvelope(handle, cim);
+        writer::writeDocument(cim, &text, wireStandard);
         target->next = rest;
     }
     // The envelope release leaves a class path alone; the class name in it
@@ -129,13 +131,14 @@ ParamValue* takeResults(MethodResponse* response, bool* failed) {
 
 int invoke(ClientHandle* handle, InstanceName* target, const char* methodName, ParamValue* inParams,
            ParamValue** outParams, Error** errorOut) {
-    const std::string object = standardWire(handle) ? targetObject(handle, target) : std::string();
-    char* text = writeMethodCall(handle, target, methodName, inParams);
+    const WireSettings wire = wireSettingsOf(handle);
+    const std::string object = wire.standard ? targetObject(handle, target) : std::string();
+    char* text = writeMethodCall(handle, wire.standard, target, methodName, inParams);
     if (!text) return -1;
-    CIM* reply = exchange(handle, text, errorOut, methodName, object.c_str());
+    CIM* reply = exchange(handle, wire, text, errorOut, methodName, object.c_str());
     SimpleRsp* rsp = simpleResponse(reply);
     MethodResponse* response = rsp ? rsp->methodResponse : nullptr;
-    if (!response && reply && standardWire(handle))
+    if (!response && reply && wire.standard)
         storeNewError(CIMXML_ERROR_REPLY, "the reply holds no METHODRESPONSE", errorOut);
 
     int rc = -1;

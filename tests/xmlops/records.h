@@ -130,7 +130,6 @@ const T* named(const T* chain, const char* name) {
     while (chain && !(chain->name && strcasecmp(chain->name, name) == 0)) chain = chain->next;
     return chain;
 }
-// Takes the error out of *slot as "code:description" ("" when none).
 template <typename T>
 int count(const T* chain) {
     int n = 0;
@@ -138,6 +137,7 @@ int count(const T* chain) {
     return n;
 }
 
+// Takes the error out of *slot as "code:description" ("" when none).
 inline std::string takeError(Error** slot) {
     const Error* e = *slot;
     std::string out = e ? std::string(e->code ? e->code : "") + ":" + (e->description ? e->description : "") : "";
