@@ -15,13 +15,16 @@
 #include <pugixml.hpp>
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <functional>
 #include <memory>
 #include <new>
 #include <stdexcept>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -47,6 +50,83 @@ struct Block {
         return !before(n, nodes) && before(n, nodes + kNodesPerBlock);
     }
 };
+
+// Each parse needs a node block and pugixml a page of its own, both around
+// 32 KB. A fresh malloc that large makes glibc merge every small chunk freed
+// since (for a client, the records of its last reply, mostly), and the next
+// small allocations are then carved out of the merged chunks at several times
+// the cost. A thread keeps one block and one page from its last document for
+// its next one instead.
+constexpr std::size_t kSparePageLimit = 64u << 10;
+
+struct Spares {
+    Block* block = nullptr;
+    char* page = nullptr;  // from the start of its header
+    ~Spares() {
+        delete block;
+        std::free(page);
+    }
+};
+
+// Behind a plain pointer: a document freed while the thread's destructors
+// run finds it cleared rather than an object whose lifetime has ended.
+thread_local Spares* t_spares = nullptr;
+thread_local bool t_ending = false;
+
+struct SparesReaper {
+    bool armed = false;
+    ~SparesReaper() {
+        t_ending = true;
+        delete t_spares;
+        t_spares = nullptr;
+    }
+};
+thread_local SparesReaper t_reaper;
+
+Spares* spares() noexcept {
+    if (t_ending) return nullptr;
+    if (!t_spares) {
+        t_reaper.armed = true;  // its first use registers its destructor for this thread
+        t_spares = new (std::nothrow) Spares;
+    }
+    return t_spares;
+}
+
+#ifdef XMLPARSER_PRIVATE_PUGIXML
+// pugixml's allocations in this library's own copy of it, each with its size
+// in front so that a page can be kept for the next one.
+constexpr std::size_t kPageHeader = alignof(std::max_align_t);
+
+void* allocatePugi(std::size_t size) {
+    Spares* s = spares();
+    char* p = nullptr;
+    if (s && s->page) {
+        std::size_t kept;
+        std::memcpy(&kept, s->page, sizeof kept);
+        if (kept >= size) p = std::exchange(s->page, nullptr);
+    }
+    if (!p) {
+        if (size > SIZE_MAX - kPageHeader) return nullptr;
+        p = static_cast<char*>(std::malloc(size + kPageHeader));
+        if (!p) return nullptr;
+        std::memcpy(p, &size, sizeof size);
+    }
+    return p + kPageHeader;
+}
+
+void deallocatePugi(void* ptr) {
+    if (!ptr) return;
+    char* p = static_cast<char*>(ptr) - kPageHeader;
+    std::size_t size;
+    std::memcpy(&size, p, sizeof size);
+    // Larger ones (a text too long for a page) are not worth holding on to.
+    Spares* s = size <= kSparePageLimit ? spares() : nullptr;
+    if (s && !s->page) s->page = p;
+    else std::free(p);
+}
+
+const bool kPugiAllocation = (pugi::set_memory_management_functions(allocatePugi, deallocatePugi), true);
+#endif
 
 // A private copy of at least this size gets pages of its own, which the walk
 // hands back behind it (releaseText), so the copy and the caller's records
@@ -79,7 +159,11 @@ struct DocImpl {
     DocImpl(const DocImpl&) = delete;
     DocImpl& operator=(const DocImpl&) = delete;
     ~DocImpl() {
-        for (Block* b : blocks) delete b;
+        for (Block* b : blocks) {
+            Spares* s = b ? spares() : nullptr;
+            if (s && !s->block) s->block = b;
+            else delete b;
+        }
         for (char* c : copies) delete[] c;
         if (mapped) munmap(textKept, mapped - static_cast<std::size_t>(textKept - text));
         else if (ownsText) delete[] text;
@@ -140,7 +224,8 @@ struct DocImpl {
 
     XMLNode* newNode(int type, XMLNode* parent) {
         if (used == kNodesPerBlock) {
-            std::unique_ptr<Block> b(new Block);
+            Spares* s = spares();
+            std::unique_ptr<Block> b(s && s->block ? std::exchange(s->block, nullptr) : new Block);
             blocks.push_back(b.get());
             b.release();
             used = 0;
