@@ -83,7 +83,7 @@ void appendLine(char* buffer, unsigned int bufferSize, char* scratch, std::initi
 }
 
 // Receives into [fill, limit) until it is full, the peer closes or recv
-// fails. The bytes past fill are still zero from calloc, so they are not
+// fails. The bytes past fill are still zero from the allocation, so they are not
 // cleared again on each round (that would make large bodies quadratic).
 void receiveRest(cimxml::transport::Connection& conn, char* fill, char* const limit) {
     while (fill < limit) {
@@ -205,7 +205,8 @@ int CIMSendRequest(const char* requestText, char** responseOut, const char* host
 
 namespace cimxml::transport {
 
-int sendDefault(const char* requestText, char** responseOut, const Peer& peer, const Security& security) noexcept {
+int sendDefault(const char* requestText, char** responseOut, const Peer& peer, const Security& security,
+                KeptBlock* reply) noexcept {
     char received[kReceiveSize];
     char lengthText[10];
     std::memset(received, 0, sizeof received);
@@ -214,7 +215,8 @@ int sendDefault(const char* requestText, char** responseOut, const Peer& peer, c
 
     const std::size_t xmlLength = std::strlen(requestText);
     std::size_t sendSize = xmlLength + 512;
-    char* sendBuffer = static_cast<char*>(std::calloc(sendSize, 1));
+    KeptBlock* const kept = KeptBlock::ofThread(KeptBlock::Request);
+    char* sendBuffer = takeZeroed(kept, sendSize);
     if (!sendBuffer) return -1;
 
     EmptyPrintf("\n Creating header \n");
@@ -226,11 +228,10 @@ int sendDefault(const char* requestText, char** responseOut, const Peer& peer, c
     const std::size_t headerLength = std::strlen(sendBuffer);
     const std::size_t messageLength = headerLength + 2 + xmlLength;
     if (messageLength + 1 > sendSize) {  // only very long credentials get here
-        char* grown = static_cast<char*>(std::realloc(sendBuffer, messageLength + 1));
-        if (!grown) {
-            std::free(sendBuffer);
-            return -1;
-        }
+        char* grown = static_cast<char*>(std::malloc(messageLength + 1));
+        if (grown) std::memcpy(grown, sendBuffer, headerLength);
+        releaseTaken(kept, sendBuffer);
+        if (!grown) return -1;
         sendBuffer = grown;
     }
     sendBuffer[headerLength] = '\n';
@@ -246,7 +247,7 @@ int sendDefault(const char* requestText, char** responseOut, const Peer& peer, c
     Connection conn;
     const bool connected = conn.adopt(CIMC_TcpConnect(peer.host, peer.port), peer.host, security, nullptr);
     const bool sent = connected && conn.sendAll(sendBuffer, messageLength, nullptr);
-    std::free(sendBuffer);
+    releaseTaken(kept, sendBuffer);
     if (!sent) return -1;
 
     // Deliberate: option length 0, so the kernel refuses the time-out and
@@ -267,7 +268,8 @@ int sendDefault(const char* requestText, char** responseOut, const Peer& peer, c
 
     *responseOut = nullptr;
     // A negative length cannot be allocated and is reported like a failed allocation.
-    char* body = num >= 0 ? static_cast<char*>(std::calloc(static_cast<std::size_t>(num) + 1, 1)) : nullptr;
+    const std::size_t bodySize = static_cast<std::size_t>(num) + 1;
+    char* body = num < 0 ? nullptr : reply ? reply->take(bodySize) : static_cast<char*>(std::calloc(bodySize, 1));
     if (!body) {
         std::fprintf(stderr, "%s %d could not allocate memory ", kLogFile, 355);
         return -1;

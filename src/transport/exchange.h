@@ -4,6 +4,7 @@
 #pragma once
 
 #include "transport/connection.h"
+#include "transport/kept_block.h"
 
 namespace cimxml::transport {
 
@@ -16,8 +17,10 @@ struct Peer {
 };
 
 // The default framing and reading, over TLS when security asks for it.
-// Returns 0, 401 or -1 as CIMSendRequest does.
-int sendDefault(const char* requestText, char** responseOut, const Peer& peer, const Security& security) noexcept;
+// Returns 0, 401 or -1 as CIMSendRequest does. With `reply`, the body is
+// taken from that block: the caller hands it back with reply->release.
+int sendDefault(const char* requestText, char** responseOut, const Peer& peer, const Security& security,
+                KeptBlock* reply = nullptr) noexcept;
 
 // What the standard framing names besides the body: the CIMMethod and
 // CIMObject header values, unencoded (they are %-escaped here).

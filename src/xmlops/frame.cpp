@@ -162,19 +162,21 @@ CIM* exchange(ClientHandle* handle, const WireSettings& wire, char* requestText,
     const transport::Security security{wire.tls, wire.tlsInsecure, wire.caFile.c_str()};
     transport::Failure failure;
     char* replyText = nullptr;
+    // The body is parsed where it stands and then of no further use.
+    transport::KeptBlock* const kept = transport::KeptBlock::ofThread(transport::KeptBlock::Reply);
     int rc = wire.standard ? transport::sendStandard(requestText, &replyText, peer, security,
                                                      transport::Call{cimMethod, cimObject}, &failure)
-                           : transport::sendDefault(requestText, &replyText, peer, security);
+                           : transport::sendDefault(requestText, &replyText, peer, security, kept);
     std::free(requestText);
 
     if (rc == 401) {
-        std::free(replyText);
+        transport::releaseTaken(kept, replyText);
         storeNewError("401", "Unauthorized User", errorOut);
         return nullptr;
     }
     if (rc != 0 || !replyText) {
         // The transport may hand back an empty body even when it fails.
-        std::free(replyText);
+        transport::releaseTaken(kept, replyText);
         EmptyPrintf("\n\n Couldn't send request !!!!!!!\n\n");
         if (wire.standard) storeNewError(failure.code, failure.description, errorOut);
         return nullptr;
@@ -183,9 +185,8 @@ CIM* exchange(ClientHandle* handle, const WireSettings& wire, char* requestText,
     // hand back the previous parse's root, which is freed or the caller's by
     // now: only a root built from this reply may come back.
     returnAddress = nullptr;
-    // The body is ours and of no further use: parsed where it stands.
     CIM* reply = cimxml::parser::parseDocument(replyText, replyText, wire.standard);
-    std::free(replyText);
+    transport::releaseTaken(kept, replyText);
     if (wire.standard && !simpleResponse(reply)) {
         storeNewError(CIMXML_ERROR_REPLY, "the reply is not a CIM-XML response (no MESSAGE with a SIMPLERSP)",
                       errorOut);

@@ -140,6 +140,25 @@ TEST(Frame, TreesFromUnusualReplies) {
     Free_ObjectName(object);
 }
 
+// A reply cut short after the whole of it: the body buffer the thread reuses
+// holds zeros past what arrived, never the earlier reply's bytes (the parse
+// leaves the blanks and end tags near the end as they were, so those would
+// complete the document).
+TEST(Frame, ShortReplyAfterALongOneSeesNoStaleBytes) {
+    std::string body = returning("<INSTANCE CLASSNAME=\"A\"></INSTANCE>") + "  ";
+    body.insert(body.rfind("</MESSAGE>"), 1500, ' ');  // past the first read
+    std::string wire = cimtest::okResponse(body);
+    InstanceName* name = instanceName("A", {});
+    const auto instance = [&](auto h, auto e) {
+        return joined(taken(GetInstance(h, name, 2, 2, 2, nullptr, e), Free_Instance)); };
+    std::string first, second;
+    callAgainst(cimtest::okReply(body), [&](auto h, auto e) { first = instance(h, e); });
+    callAgainst(cimtest::reply(wire.substr(0, wire.size() - 40)), [&](auto h, auto e) { second = instance(h, e); });
+    EXPECT_NE(first, "");
+    EXPECT_EQ(second, "");
+    Free_InstanceName(name);
+}
+
 // Standard mode: each failure reaches errorOut as an Error record.
 TEST(Standard, FailuresReachErrorOut) {
     InstanceName* name = processor("CPU0");
