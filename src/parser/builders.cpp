@@ -57,7 +57,7 @@ void applyAttribute(const ResolvedElement& e, void* record, const XMLNode* attr)
     const char* text = attr->value ? attr->value : "";
     for (std::uint8_t i = 0; i < e.attrCount; ++i) {
         const ResolvedAttr& a = e.attrs[i];
-        if (std::strcmp(a.attr, name) != 0) continue;
+        if (a.attr[0] != name[0] || std::strcmp(a.attr, name) != 0) continue;  // most differ at once
         switch (a.conv) {
             case Conv::Text: {
                 char*& field = stringAt(record, a.offset);
