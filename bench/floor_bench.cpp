@@ -305,5 +305,27 @@ int main(int argc, char** argv) {
     bench::result("parse_peak_x", parsePeak);
     bench::result("floor_peak_x", floorPeak);
     bench::result("tree_heap_x", static_cast<double>(f.heapBytes) / size);
+
+    // A one-instance reply, the size of a GetInstance answer: what a parse
+    // costs beyond its floor when the per-document work is not spread over
+    // thousands of instances. Parse and free together, many times over.
+    const std::string small = bench::makeReply(1);
+    Floor sf = learn(small);
+    constexpr int kSmallRounds = 20000;
+    std::vector<double> smallRatio;
+    for (int rep = 0; rep < 5; ++rep) {
+        double t0 = bench::cpuSeconds();
+        for (int i = 0; i < kSmallRounds; ++i) Free_CIM(parseXML(small.c_str()));
+        double t1 = bench::cpuSeconds();
+        for (int i = 0; i < kSmallRounds; ++i) {
+            buildFloor(small, sf);
+            freeFloor(sf);
+        }
+        double t2 = bench::cpuSeconds();
+        smallRatio.push_back((t1 - t0) / (t2 - t1));
+        std::printf("small reply (%zu bytes) rep %d: parseXML + Free_CIM %.2f us, floor %.2f us\n", small.size(), rep,
+                    (t1 - t0) / kSmallRounds * 1e6, (t2 - t1) / kSmallRounds * 1e6);
+    }
+    bench::result("small_parse_over_floor", bench::median(smallRatio));
     return 0;
 }

@@ -52,6 +52,7 @@ tree_heap_x|heap the record tree holds / reply (the floor of peak)|info|
 floor_peak_x|peak of the floor (whole DOM alive) / reply|info|
 getinstance_per_s|GetInstance round trips per second|info|
 getinstance_client_cpu_extra_us|GetInstance client CPU beyond the bare exchange, us per call|info|
+small_parse_over_floor|parseXML / allocation floor, one-instance reply (2.6 KB)|info|
 parse_over_pugixml_load|parseXML speed / pugixml copying load|>=|0.15
 enumerate_over_parse|EnumerateInstances end to end / parseXML|<=|1.3'
 
