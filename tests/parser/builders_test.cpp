@@ -155,6 +155,7 @@ TEST(Embedded, TwoInstancesBadTextAndNoInstance) {
     EXPECT_EQ(ParseCDataContent("<PROPERTY NAME=\"a\"/>", &result), 0);
     EXPECT_EQ(result, nullptr);
     EXPECT_EQ(ParseCDataContent(nullptr, &result), -1);
+    EXPECT_EQ(ParseCDataContent("<INSTANCE CLASSNAME=\"A\"/>", nullptr), -1);
 
     // An unparsable CDATA value keeps neither text nor instance.
     Parsed p = parseCapturing(embedded("not <xml"));
