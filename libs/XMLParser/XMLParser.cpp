@@ -92,6 +92,17 @@ Spares* spares() noexcept {
     return t_spares;
 }
 
+// Set while this thread parses a large document (see deallocatePugi).
+thread_local bool t_largeDocument = false;
+
+struct LargeDocument {
+    explicit LargeDocument(bool large) : outer(std::exchange(t_largeDocument, large)) {}
+    ~LargeDocument() { t_largeDocument = outer; }
+    LargeDocument(const LargeDocument&) = delete;
+    LargeDocument& operator=(const LargeDocument&) = delete;
+    bool outer;
+};
+
 #ifdef XMLPARSER_PRIVATE_PUGIXML
 // pugixml's allocations in this library's own copy of it, each with its size
 // in front so that a page can be kept for the next one.
@@ -119,8 +130,10 @@ void deallocatePugi(void* ptr) {
     char* p = static_cast<char*>(ptr) - kPageHeader;
     std::size_t size;
     std::memcpy(&size, p, sizeof size);
-    // Larger ones (a text too long for a page) are not worth holding on to.
-    Spares* s = size <= kSparePageLimit ? spares() : nullptr;
+    // Larger ones (a text too long for a page) are not worth holding on to,
+    // nor the pages of a large document, which malloc hands back as its node
+    // blocks while the conversion goes on.
+    Spares* s = size <= kSparePageLimit && !t_largeDocument ? spares() : nullptr;
     if (s && !s->page) s->page = p;
     else std::free(p);
 }
@@ -414,6 +427,7 @@ XMLDoc* parse(XMLParseContext* ctx, const char* text, std::size_t length, char* 
             impl->text[length] = '\0';
         }
 
+        const LargeDocument large(length >= kReleaseNodes);  // outlives pdoc and its pages
         pugi::xml_document pdoc;
         pugi::xml_parse_result r = pdoc.load_buffer_inplace(impl->text, length, kParseOptions, pugi::encoding_utf8);
         if (!r) {
