@@ -90,8 +90,8 @@ TEST(ParseXML, ANeverClosedCimReturnsThePreviousRoot) {
         "<CIM CIMVERSION=\"2.0\"><BOGUS><CLASSNAME NAME=\"x\"/></BOGUS><MESSAGE ID=\"1\"><SIMPLERSP/></MESSAGE></CIM>");
     EXPECT_EQ(lost.root, first.root);
     EXPECT_EQ(lost.out, kUnknownLine);
-    // Only a last child named CIM leaves its parent open: CLASSNAME closes it.
-    Parsed closed = parseCapturing("<CIM CIMVERSION=\"2.0\"><CLASSNAME NAME=\"x\"/></CIM>");
+    // Only a last child named CIM leaves its parent open: CIMX closes it.
+    Parsed closed = parseCapturing("<CIM CIMVERSION=\"2.0\"><CIMX/></CIM>");
     EXPECT_NE(closed.root, first.root);
     if (closed.root != first.root) Free_CIM(closed.root);
     Free_CIM(first.root);

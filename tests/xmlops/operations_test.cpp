@@ -118,7 +118,7 @@ TEST(Frame, TreesFromUnusualReplies) {
              "TYPE=\"string\">\n      <VALUE>x</VALUE>\n    </PROPERTY>\n    <PROPERTY.ARRAY NAME=\"Q\" TYPE=\"uint8\">\n"
              "      <VALUE.ARRAY>\n        <VALUE>1</VALUE>\n        <VALUE.NULL/>\n        <VALUE>3</VALUE>\n"
              "      </VALUE.ARRAY>\n    </PROPERTY.ARRAY>\n    <PROPERTY NAME=\"E\" TYPE=\"string\" "
-             "EmbeddedObject=\"instance\"><VALUE> \t&lt;INSTANCE CLASSNAME=&quot;In&quot;&gt;&lt;/INSTANCE&gt;</VALUE>"
+             "EmbeddedObject=\"instance\"><VALUE> \t\n&lt;INSTANCE CLASSNAME=&quot;In&quot;&gt;&lt;/INSTANCE&gt;</VALUE>"
              "</PROPERTY>\n    <PROPERTY NAME=\"U\" TYPE=\"string\"><VALUE>&lt;INSTANCE CLASSNAME=&quot;In&quot;&gt;"
              "&lt;/INSTANCE&gt;</VALUE></PROPERTY>\n  </INSTANCE>\n"), [&](auto h, auto e) {
              return joined(taken(GetInstance(h, object->instanceName, 2, 2, 2, nullptr, e), Free_Instance)); }},
