@@ -43,9 +43,9 @@ KeptBlock::~KeptBlock() { std::free(block_); }
 
 char* KeptBlock::take(std::size_t n) noexcept {
     if (n > kLimit) return static_cast<char*>(std::calloc(n, 1));
-    if (n > capacity_) {
+    if (n > capacity_ || !block_) {
         // Rounded up, so requests of slightly varying size reuse one block.
-        const std::size_t capacity = (n + 4095) / 4096 * 4096;
+        const std::size_t capacity = (n / 4096 + 1) * 4096;
         char* grown = static_cast<char*>(std::malloc(capacity));
         if (!grown) return nullptr;
         std::free(block_);
