@@ -151,11 +151,8 @@ TEST(Frame, ShortReplyAfterALongOneSeesNoStaleBytes) {
     InstanceName* name = instanceName("A", {});
     const auto instance = [&](auto h, auto e) {
         return joined(taken(GetInstance(h, name, 2, 2, 2, nullptr, e), Free_Instance)); };
-    std::string first, second;
-    callAgainst(cimtest::okReply(body), [&](auto h, auto e) { first = instance(h, e); });
-    callAgainst(cimtest::reply(wire.substr(0, wire.size() - 40)), [&](auto h, auto e) { second = instance(h, e); });
-    EXPECT_NE(first, "");
-    EXPECT_EQ(second, "");
+    callAgainst(cimtest::okReply(body), [&](auto h, auto e) { EXPECT_NE(instance(h, e), ""); });
+    callAgainst(cimtest::reply(wire.substr(0, wire.size() - 40)), [&](auto h, auto e) { EXPECT_EQ(instance(h, e), ""); });
     Free_InstanceName(name);
 }
 
@@ -188,6 +185,15 @@ TEST(Standard, FailuresReachErrorOut) {
 // The exact bytes each operation puts on the socket (header block and body),
 // compared with the files in data/ (data/standard/ for the standard wire
 // mode), and parsed as XML.
+// A class target: the default mode sends only its ClassName, the standard mode an ObjectName.
+TEST(Requests, AClassTargetIsNamedByItsClass) {
+    ObjectName* cls = rec<ObjectName>({{"className", className("C")}});
+    const auto call = [&](auto h, auto e) { Free_ObjectPath(ReferenceNames(h, cls, nullptr, nullptr, e)); };
+    EXPECT_EQ(callAgainst(cimtest::okReply(returning("")), call).find("\"ObjectName\""), std::string::npos);
+    EXPECT_NE(callAgainst(cimtest::okReply(returning("")), call, true).find("\"ObjectName\""), std::string::npos);
+    Free_ObjectName(cls);
+}
+
 TEST(Requests, EachOperationSendsItsRecordedBytesAsWellFormedXml) {
     ClassName* processorClass = className("CIM_Processor");
     ClassName* device = className("CIM_LogicalDevice");
