@@ -215,7 +215,7 @@ int sendDefault(const char* requestText, char** responseOut, const Peer& peer, c
 
     const std::size_t xmlLength = std::strlen(requestText);
     std::size_t sendSize = xmlLength + 512;
-    KeptBlock* const kept = KeptBlock::ofThread(KeptBlock::Request);
+    KeptBlock* const kept = KeptBlock::ofThread();
     char* sendBuffer = takeZeroed(kept, sendSize);
     if (!sendBuffer) return -1;
 
@@ -247,7 +247,7 @@ int sendDefault(const char* requestText, char** responseOut, const Peer& peer, c
     Connection conn;
     const bool connected = conn.adopt(CIMC_TcpConnect(peer.host, peer.port), peer.host, security, nullptr);
     const bool sent = connected && conn.sendAll(sendBuffer, messageLength, nullptr);
-    releaseTaken(kept, sendBuffer);
+    releaseTaken(kept, sendBuffer);  // before the body may take the same block
     if (!sent) return -1;
 
     // Deliberate: option length 0, so the kernel refuses the time-out and

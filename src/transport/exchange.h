@@ -17,8 +17,9 @@ struct Peer {
 };
 
 // The default framing and reading, over TLS when security asks for it.
-// Returns 0, 401 or -1 as CIMSendRequest does. With `reply`, the body is
-// taken from that block: the caller hands it back with reply->release.
+// Returns 0, 401 or -1 as CIMSendRequest does. With `reply` (the thread's
+// block, which held the send buffer until it was sent), the body is taken
+// from it: the caller hands it back with reply->release.
 int sendDefault(const char* requestText, char** responseOut, const Peer& peer, const Security& security,
                 KeptBlock* reply = nullptr) noexcept;
 

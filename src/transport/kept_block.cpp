@@ -7,36 +7,31 @@
 namespace cimxml::transport {
 namespace {
 
-struct Blocks {
-    KeptBlock kinds[KeptBlock::kKinds];
-};
-
-// The blocks live on the heap behind a plain pointer: a call made while the
+// The block lives on the heap behind a plain pointer: a call made while the
 // thread's destructors run (from another one's, at exit) finds the pointer
 // cleared instead of an object whose lifetime has ended.
-thread_local Blocks* t_blocks = nullptr;
+thread_local KeptBlock* t_block = nullptr;
 thread_local bool t_ending = false;
 
 struct Reaper {
     bool armed = false;
     ~Reaper() {
         t_ending = true;
-        delete t_blocks;
-        t_blocks = nullptr;
+        delete t_block;
+        t_block = nullptr;
     }
 };
 thread_local Reaper t_reaper;
 
 }  // namespace
 
-KeptBlock* KeptBlock::ofThread(Kind kind) noexcept {
+KeptBlock* KeptBlock::ofThread() noexcept {
     if (t_ending) return nullptr;
-    if (!t_blocks) {
+    if (!t_block) {
         t_reaper.armed = true;  // its first use registers its destructor for this thread
-        t_blocks = new (std::nothrow) Blocks;
-        if (!t_blocks) return nullptr;
+        t_block = new (std::nothrow) KeptBlock;
     }
-    return &t_blocks->kinds[kind];
+    return t_block;
 }
 
 KeptBlock::~KeptBlock() { std::free(block_); }

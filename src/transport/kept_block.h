@@ -1,5 +1,5 @@
-// A heap block a thread keeps from one call to the next, for a buffer each
-// call needs once (the request text, the reply body). A fresh malloc of a
+// A heap block a thread keeps from one call to the next, for the buffers a
+// call needs one after the other (the request text, then the reply body). A fresh malloc of a
 // kilobyte or more makes glibc merge every small chunk freed since, the
 // records of the caller's last reply mostly, and the next reply's records
 // are then carved out of the merged chunks at several times the cost.
@@ -11,10 +11,9 @@ namespace cimxml::transport {
 
 class KeptBlock {
 public:
-    // The calling thread's block of this kind; NULL once the thread is
-    // ending, when callers fall back to plain allocation.
-    enum Kind { Request, Reply, kKinds };
-    static KeptBlock* ofThread(Kind kind) noexcept;
+    // The calling thread's block; NULL once the thread is ending, when
+    // callers fall back to plain allocation.
+    static KeptBlock* ofThread() noexcept;
 
     // n zero bytes, or NULL when memory runs out. Up to kLimit bytes they
     // are this block's own and stay valid until its next take; a larger

@@ -163,7 +163,7 @@ CIM* exchange(ClientHandle* handle, const WireSettings& wire, char* requestText,
     transport::Failure failure;
     char* replyText = nullptr;
     // The body is parsed where it stands and then of no further use.
-    transport::KeptBlock* const kept = transport::KeptBlock::ofThread(transport::KeptBlock::Reply);
+    transport::KeptBlock* const kept = transport::KeptBlock::ofThread();
     int rc = wire.standard ? transport::sendStandard(requestText, &replyText, peer, security,
                                                      transport::Call{cimMethod, cimObject}, &failure)
                            : transport::sendDefault(requestText, &replyText, peer, security, kept);

@@ -35,7 +35,7 @@ TEST(KeptBlock, EveryTakeIsZeroAndOnlySmallBlocksAreKept) {
 struct AtThreadEnd {
     bool* fellBack = nullptr;
     ~AtThreadEnd() {
-        KeptBlock* none = KeptBlock::ofThread(KeptBlock::Reply);
+        KeptBlock* none = KeptBlock::ofThread();
         char* p = takeZeroed(none, 64);
         *fellBack = !none && allZero(p, 64);
         releaseTaken(none, p);
@@ -44,15 +44,15 @@ struct AtThreadEnd {
 thread_local AtThreadEnd t_atEnd;  // made before the blocks, so destroyed after them
 
 TEST(KeptBlock, EachThreadHasItsOwnUntilItEnds) {
-    KeptBlock* request = KeptBlock::ofThread(KeptBlock::Request);
+    KeptBlock* mine = KeptBlock::ofThread();
     KeptBlock* other = nullptr;
     bool fellBack = false;
     std::thread([&] {
         t_atEnd.fellBack = &fellBack;
-        other = KeptBlock::ofThread(KeptBlock::Request);
+        other = KeptBlock::ofThread();
         takeZeroed(other, 100);
     }).join();
-    EXPECT_NE(other, request);
+    EXPECT_NE(other, mine);
     EXPECT_TRUE(fellBack);
 }
 
