@@ -25,6 +25,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <thread>
 #include <unordered_map>
 #include <unordered_set>
 #include <vector>
@@ -137,7 +138,7 @@ struct Floor {
     std::vector<void*> live;
 };
 
-Floor learn(const std::string& text) {
+Floor learnHere(const std::string& text) {
     g_allocs = static_cast<Event*>(mmap(nullptr, kLogCapacity * sizeof(Event), PROT_READ | PROT_WRITE,
                                         MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0));
     g_frees = static_cast<void**>(mmap(nullptr, kLogCapacity * sizeof(void*), PROT_READ | PROT_WRITE,
@@ -199,10 +200,20 @@ Floor learn(const std::string& text) {
     g_recordFrees = true;
     Free_CIM(tree);
     g_recordFrees = false;
+    std::vector<bool> released(f.blocks.size());
     for (std::size_t i = 0; i < g_freeCount; ++i) {
         auto it = index.find(g_frees[i]);
-        if (it != index.end()) f.frees.push_back(it->second);
+        if (it != index.end() && !released[it->second]) {
+            released[it->second] = true;
+            f.frees.push_back(it->second);
+        }
     }
+    // Free_CIM keeps some small blocks (256 KB at most) for the thread's
+    // next records instead of freeing them; the floor frees those too, last.
+    constexpr std::size_t kKeptAtMost = (256u << 10) / 32;
+    if (f.blocks.size() - f.frees.size() <= kKeptAtMost)
+        for (std::size_t i = 0; i < f.blocks.size(); ++i)
+            if (!released[i]) f.frees.push_back(i);
     if (f.frees.size() != f.blocks.size()) {
         std::fprintf(stderr, "floor: Free_CIM released %zu of %zu tree blocks\n", f.frees.size(), f.blocks.size());
         std::exit(1);
@@ -210,6 +221,14 @@ Floor learn(const std::string& text) {
     f.live.resize(f.blocks.size());
     munmap(g_allocs, kLogCapacity * sizeof(Event));
     munmap(g_frees, kLogCapacity * sizeof(void*));
+    return f;
+}
+
+// On a thread of its own, so that every record block comes from malloc and
+// none from the blocks an earlier parse left to the thread.
+Floor learn(const std::string& text) {
+    Floor f;
+    std::thread([&] { f = learnHere(text); }).join();
     return f;
 }
 

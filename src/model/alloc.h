@@ -1,11 +1,14 @@
 // Allocation used by every record-building path. Records are plain C blocks
-// that callers free with free(), so this wraps the C allocator; the only
-// addition is a countdown the unit tests arm to fail the Nth allocation.
+// that callers may free with free(), so this wraps the C allocator, through
+// the thread's kept blocks; the only other addition is a countdown the unit
+// tests arm to fail the Nth allocation.
 #pragma once
 
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
+
+#include "model/block_cache.h"
 
 namespace cimxml {
 
@@ -21,21 +24,21 @@ inline bool allocShouldFail() {
 }
 
 // glibc serves calloc without its per-thread cache; a record-sized block
-// taken by malloc and cleared here comes from that cache, at a fraction of
-// the cost. Large blocks keep calloc, which skips clearing fresh pages.
+// taken from the thread's kept blocks or malloc and cleared here costs a
+// fraction of that. Large blocks keep calloc, which skips clearing fresh pages.
 constexpr std::size_t kCacheableSize = 1024;
 
 inline void* zalloc(std::size_t size) {
     if (allocShouldFail()) return nullptr;
     if (size > kCacheableSize) return std::calloc(1, size);
-    void* p = std::malloc(size == 0 ? 1 : size);
+    void* p = model::takeBlock(size);
     if (p) std::memset(p, 0, size);
     return p;
 }
 
 inline void* xmalloc(std::size_t size) {
     if (allocShouldFail()) return nullptr;
-    return std::malloc(size == 0 ? 1 : size);
+    return model::takeBlock(size);
 }
 
 inline void* xrealloc(void* p, std::size_t size) {

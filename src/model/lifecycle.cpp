@@ -10,6 +10,7 @@
 
 using cimxml::model::cloneRecord;
 using cimxml::model::freeRecord;
+using cimxml::model::releaseBlock;
 using cimxml::model::RecordId;
 
 namespace cimxml {
@@ -28,7 +29,7 @@ extern "C" {
 
 #define CIMXML_FREE_TEXT(K) \
     int Free_##K(char* text) { \
-        std::free(text);       \
+        releaseBlock(text);       \
         return 0;              \
     }
 CIMXML_FREE_TEXT(CIMName)
@@ -105,21 +106,21 @@ int Free_InstanceName_New(InstanceName* record) {
     Free_KeyValue(record->keyValue);
     Free_ValueReference(record->valueReference);
     Free_ClassName(record->className);
-    std::free(record);
+    releaseBlock(record);
     return 0;
 }
 
 int Free_IParamValue_New(IParamValue* record) {
     while (record) {
         IParamValue* next = record->next;
-        std::free(record->name);
+        releaseBlock(record->name);
         if (record->value) {
             // The operations allocate only the Value node and its text; the
             // rest of a parameter is the caller's.
-            std::free(record->value->value);
-            std::free(record->value);
+            releaseBlock(record->value->value);
+            releaseBlock(record->value);
         }
-        std::free(record);
+        releaseBlock(record);
         record = next;
     }
     return 0;
@@ -127,43 +128,43 @@ int Free_IParamValue_New(IParamValue* record) {
 
 int Free_Header(CIM* cim) {
     if (!cim) return 0;
-    std::free(cim->cimVersion);
-    std::free(cim->dtdVersion);
+    releaseBlock(cim->cimVersion);
+    releaseBlock(cim->dtdVersion);
     if (Message* message = cim->message) {
-        std::free(message->id);
-        std::free(message->protocolVersion);
+        releaseBlock(message->id);
+        releaseBlock(message->protocolVersion);
         if (SimpleRsp* rsp = message->simpleRsp) {
             if (IMethodResponse* imr = rsp->iMethodResponse) {
-                std::free(imr->name);
-                std::free(imr->iReturnValue);  // the bare node: its children were handed out
-                std::free(imr);
+                releaseBlock(imr->name);
+                releaseBlock(imr->iReturnValue);  // the bare node: its children were handed out
+                releaseBlock(imr);
             }
             if (MethodResponse* mr = rsp->methodResponse) {
-                std::free(mr->name);
-                std::free(mr->returnValue);
-                std::free(mr);
+                releaseBlock(mr->name);
+                releaseBlock(mr->returnValue);
+                releaseBlock(mr);
             }
-            std::free(rsp);
+            releaseBlock(rsp);
         }
         if (SimpleReq* req = message->simpleReq) {
             if (IMethodCall* call = req->iMethodCall) {
-                std::free(call->name);
+                releaseBlock(call->name);
                 Free_LocalNamespacePath(call->localNamespacePath);
-                std::free(call);
+                releaseBlock(call);
             }
             if (MethodCall* call = req->methodCall) {
-                std::free(call->name);
+                releaseBlock(call->name);
                 if (LocalInstancePath* path = call->localInstancePath) {
                     Free_LocalNamespacePath(path->localNamespacePath);
-                    std::free(path);  // the instance name is the caller's
+                    releaseBlock(path);  // the instance name is the caller's
                 }
-                std::free(call);
+                releaseBlock(call);
             }
-            std::free(req);
+            releaseBlock(req);
         }
-        std::free(message);
+        releaseBlock(message);
     }
-    std::free(cim);
+    releaseBlock(cim);
     return 0;
 }
 

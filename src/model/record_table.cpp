@@ -81,7 +81,7 @@ void freeFields(const RecordDesc& d, void* node) {
             case FieldKind::String:
             case FieldKind::StringFirst:
             case FieldKind::StringNoClone:
-                std::free(fieldRef<char>(node, f));
+                releaseBlock(fieldRef<char>(node, f));
                 break;
             case FieldKind::Record:
                 freeRecord(f.child, fieldRef<void>(node, f));
@@ -145,7 +145,7 @@ void freeRecord(RecordId id, void* record) {
     while (record) {
         void* next = d.isList ? *reinterpret_cast<void**>(static_cast<char*>(record) + d.nextOffset) : nullptr;
         freeFields(d, record);
-        std::free(record);
+        releaseBlock(record);
         record = next;
     }
 }

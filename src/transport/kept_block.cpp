@@ -2,37 +2,12 @@
 
 #include <cstdlib>
 #include <cstring>
-#include <new>
+
+#include "model/thread_owned.h"
 
 namespace cimxml::transport {
-namespace {
 
-// The block lives on the heap behind a plain pointer: a call made while the
-// thread's destructors run (from another one's, at exit) finds the pointer
-// cleared instead of an object whose lifetime has ended.
-thread_local KeptBlock* t_block = nullptr;
-thread_local bool t_ending = false;
-
-struct Reaper {
-    bool armed = false;
-    ~Reaper() {
-        t_ending = true;
-        delete t_block;
-        t_block = nullptr;
-    }
-};
-thread_local Reaper t_reaper;
-
-}  // namespace
-
-KeptBlock* KeptBlock::ofThread() noexcept {
-    if (t_ending) return nullptr;
-    if (!t_block) {
-        t_reaper.armed = true;  // its first use registers its destructor for this thread
-        t_block = new (std::nothrow) KeptBlock;
-    }
-    return t_block;
-}
+KeptBlock* KeptBlock::ofThread() noexcept { return ThreadOwned<KeptBlock>::get(); }
 
 KeptBlock::~KeptBlock() { std::free(block_); }
 

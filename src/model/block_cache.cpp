@@ -1,0 +1,16 @@
+#include "model/block_cache.h"
+
+namespace cimxml::model {
+
+BlockCache::~BlockCache() {
+    for (Link* block : head_) {
+        while (block) {
+            CIMXML_UNPOISON(block, sizeof(Link));
+            Link* next = block->next;
+            std::free(block);
+            block = next;
+        }
+    }
+}
+
+}  // namespace cimxml::model
