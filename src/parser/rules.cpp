@@ -358,7 +358,9 @@ struct Resolution {
     ResolvedElement elements[static_cast<std::size_t>(ElementId::Count)];
     bool complete = true;
 
-    Resolution() {
+    // Out of line: inlined, its register saves would be paid by every
+    // resolution() call, not only the first.
+    [[gnu::noinline]] Resolution() {
         for (std::size_t e = 0; e < static_cast<std::size_t>(ElementId::Count); ++e) resolve(kRules[e], elements[e]);
     }
 
