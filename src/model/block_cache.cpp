@@ -5,7 +5,6 @@ namespace cimxml::model {
 BlockCache::~BlockCache() {
     for (Link* block : head_) {
         while (block) {
-            CIMXML_UNPOISON(block, sizeof(Link));
             Link* next = block->next;
             std::free(block);
             block = next;

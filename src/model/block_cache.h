@@ -23,7 +23,7 @@
 #endif
 #ifdef CIMXML_ASAN
 #include <sanitizer/asan_interface.h>
-// A kept block is poisoned, so a use after Free_ is still reported.
+// A kept block is poisoned past its link, so a use after Free_ is still reported.
 #define CIMXML_POISON(p, n) ASAN_POISON_MEMORY_REGION(p, n)
 #define CIMXML_UNPOISON(p, n) ASAN_UNPOISON_MEMORY_REGION(p, n)
 #else
@@ -51,9 +51,7 @@ public:
         if (c >= kClasses) return nullptr;
         Link* block = head_[c];
         if (!block) return nullptr;
-        CIMXML_UNPOISON(block, sizeof(Link));
         head_[c] = block->next;
-        CIMXML_POISON(block, sizeof(Link));
         CIMXML_UNPOISON(block, n);
         --count_[c];
         bytes_ -= c * 16;
@@ -68,9 +66,10 @@ public:
         const std::size_t c = (usable + 8) / 16;
         if (c == 0 || c >= kClasses || count_[c] == kPerSize) return false;
         Link* block = static_cast<Link*>(p);
-        CIMXML_UNPOISON(p, sizeof(Link));  // taken for fewer bytes, the rest stayed poisoned
         block->next = head_[c];
-        CIMXML_POISON(p, usable);
+        // The link stays readable: the leak checker does not follow pointers
+        // kept in poisoned memory and would report the blocks behind it.
+        CIMXML_POISON(static_cast<char*>(p) + sizeof(Link), usable - sizeof(Link));
         head_[c] = block;
         ++count_[c];
         bytes_ += c * 16;
