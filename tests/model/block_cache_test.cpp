@@ -33,6 +33,7 @@ TEST(BlockCache, KeepsNoLargeBlockNorMoreThanItsLimits) {
     for (unsigned i = 0; i <= BlockCache::kPerSize; ++i)
         if (void* p = std::malloc(40); !cache.keep(p)) refused.push_back(p);
     ASSERT_EQ(refused.size(), 2u);
+    EXPECT_EQ(cache.take(BlockCache::kLargest + 9), nullptr);  // the first size past the last class
     BlockCache sizes;  // every size, until the bytes run out
     std::size_t kept = 0, n = 64;
     void* p;
