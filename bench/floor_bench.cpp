@@ -34,6 +34,7 @@
 #include "cim_reply.h"
 #include "cimxml/lifecycle.h"
 #include "cimxml/parser.h"
+#include "model/block_cache.h"
 #include "model/record_table.h"
 
 extern "C" {
@@ -208,10 +209,10 @@ Floor learnHere(const std::string& text) {
             f.frees.push_back(it->second);
         }
     }
-    // Free_CIM keeps some small blocks (256 KB at most) for the thread's
-    // next records instead of freeing them; the floor frees those too, last.
-    constexpr std::size_t kKeptAtMost = (256u << 10) / 32;
-    if (f.blocks.size() - f.frees.size() <= kKeptAtMost)
+    // Free_CIM keeps some small blocks for the thread's next records instead
+    // of freeing them (glibc's smallest is 32 bytes); the floor frees those
+    // too, last.
+    if (f.blocks.size() - f.frees.size() <= cimxml::model::BlockCache::kKeepBytes / 32)
         for (std::size_t i = 0; i < f.blocks.size(); ++i)
             if (!released[i]) f.frees.push_back(i);
     if (f.frees.size() != f.blocks.size()) {

@@ -27,9 +27,9 @@ extern "C" {
 #include "model/records.def"
 #undef RECORD
 
-#define CIMXML_FREE_TEXT(K) \
+#define CIMXML_FREE_TEXT(K)    \
     int Free_##K(char* text) { \
-        releaseBlock(text);       \
+        releaseBlock(text);    \
         return 0;              \
     }
 CIMXML_FREE_TEXT(CIMName)

@@ -1,8 +1,9 @@
 // A heap block a thread keeps from one call to the next, for the buffers a
-// call needs one after the other (the request text, then the reply body). A fresh malloc of a
-// kilobyte or more makes glibc merge every small chunk freed since, the
-// records of the caller's last reply mostly, and the next reply's records
-// are then carved out of the merged chunks at several times the cost.
+// call needs one after the other (the request text, then the reply body). A
+// fresh malloc of a kilobyte or more makes glibc merge every small chunk
+// freed since, the records of the caller's last reply mostly, and the next
+// reply's records are then carved out of the merged chunks at several times
+// the cost.
 #pragma once
 
 #include <cstddef>
